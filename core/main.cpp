@@ -1,0 +1,18 @@
+// Process entry of pppoeplusd.
+#include <csignal>
+
+#include "core/startup.h"
+#include "platform/os.h"
+#include "platform/services.h"
+
+int main(void) {
+    silCatchSegFault();
+    std::signal(SIGPIPE, SIG_IGN);
+    patchSignalHandler();
+    procShellInit("pppoeplus", 0, 0);
+
+    if (pppoeplusOptInit() != 0) return -1;
+
+    // All work happens on the worker task and the command service's threads.
+    for (;;) silSleep(10);
+}
