@@ -36,6 +36,9 @@ uint32_t silDeleteSem(uint32_t semId);
 // ---- memory pools ------------------------------------------------------
 
 constexpr size_t SIL_MEM_POOL_NAME_LEN = 32;
+// Largest block one pool may take; a larger pool is refused as out of memory
+// rather than asked of the allocator.
+constexpr uint64_t SIL_MEM_POOL_MAX_BYTES = 256ull << 20;
 
 // Control record of a pool of `count` records of `size` bytes. A record
 // that is all zero is a pool that was never created; destroying it is safe.

@@ -65,7 +65,7 @@ uint32_t memPoolInit(tSilMemPool* pool, const char* name, uint32_t count, uint32
     // product can wrap.
     const uint64_t stride = (static_cast<uint64_t>(size) + kSlotAlign - 1) & ~static_cast<uint64_t>(kSlotAlign - 1);
     const uint64_t total = stride * count;
-    if (stride > UINT32_MAX || total > SIZE_MAX) {
+    if (stride > UINT32_MAX || total > SIL_MEM_POOL_MAX_BYTES) {
         std::memset(pool, 0, sizeof(*pool));
         return SIL_MEM_POOL_ERR_NOMEM;
     }

@@ -80,7 +80,9 @@ uint32_t silMemPoolInit(tSilMemPool* pool, const char* name, uint32_t count, uin
 void* silMemPoolAlloc(tSilMemPool* pool) {
     auto f = sim::enter("silMemPoolAlloc", "silMemPoolAlloc(" + poolName(pool) + ")");
     if (f) return nullptr;
-    return memPoolAlloc(pool);
+    void* record = memPoolAlloc(pool);
+    if (record != nullptr && g.allocFill >= 0) std::memset(record, g.allocFill, pool->size);
+    return record;
 }
 
 uint32_t silMemPoolFree(tSilMemPool* pool, void* record) {

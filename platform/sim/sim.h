@@ -136,6 +136,9 @@ struct State {
 
     // OS
     std::map<std::string, std::string> options;
+    // 0 to 255: silMemPoolAlloc fills every record it hands out with this
+    // byte, like a pool that does not zero its records; -1 leaves them zeroed.
+    int allocFill = -1;
     std::vector<Task> tasks;
     std::map<uint32_t, Sem> sems;
     uint32_t nextSemId = 1;
