@@ -117,6 +117,18 @@ inline void pppoeplusIfProtoDfltEnableSet(tPppoePlusIfEntry* e, uint32_t v) {
     pppoeplusIfBitsSet(e, PPPOEPLUS_IFBIT_PROTO_DFLT_ENABLE, v);
 }
 
+// Zeroes the eight counters, errorRcv to totalSend.
+inline void pppoeplusIfEntryCountersClear(tPppoePlusIfEntry* e) {
+    e->errorRcv = 0;
+    e->errorSend = 0;
+    e->padiRcv = 0;
+    e->padrRcv = 0;
+    e->padtRcv = 0;
+    e->padoRcv = 0;
+    e->padsRcv = 0;
+    e->totalSend = 0;
+}
+
 // The entry of `ifUnit` in the interface tree, or null.
 tPppoePlusIfEntry* pppoeplusIfEntryGet(uint32_t ifUnit);
 
