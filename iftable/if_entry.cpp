@@ -241,3 +241,14 @@ int32_t pppoeplusIfEntryResetConfig(tPppoePlusIfEntry* entry) {
     pppoeplusIfFormatClear(&entry->remoteIdFormat);
     return rc;
 }
+
+const char* pppoeplusOndTypeStr(uint32_t ondType) {
+    switch (ondType) {
+        case ZEL_OND_ETH:
+        case ZEL_OND_ETH_AGG: return "ETH";
+        case ZEL_OND_EPON:
+        case ZEL_OND_GPON:
+        case ZEL_OND_PON_AGG: return "PON";
+        default: return "other";
+    }
+}

@@ -159,3 +159,7 @@ int32_t pppoeplusIfEntryDelete(tPppoePlusIfEntry* entry);
 // the entry, its enable state, counters, MAC and position. 0, or the result
 // of the failed platform call.
 int32_t pppoeplusIfEntryResetConfig(tPppoePlusIfEntry* entry);
+
+// Text shown for an interface kind: "ETH" for Ethernet ports and aggregates,
+// "PON" for PON ports and aggregates, "other" for anything else.
+const char* pppoeplusOndTypeStr(uint32_t ondType);
