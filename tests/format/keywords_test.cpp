@@ -91,7 +91,9 @@ TEST_F(KeywordsTest, EveryKeywordMapsToItsCodeAndBack) {
     for (uint32_t i = 0; i < PPPOEPLUS_KEYWORD_NUM; i++) {
         const tPppoeplusKeyword& k = fmt.keywords[i];
         EXPECT_EQ(k.keywordChar, toChar(k.keyword));
-        EXPECT_EQ(k.keywordChar, toChar("8" + std::string(k.keyword)));
+        std::string withWidth = "8";
+        withWidth += k.keyword;
+        EXPECT_EQ(k.keywordChar, toChar(withWidth));
         char buf[64] = {};
         uint32_t len = 0;
         ASSERT_EQ(0, pppoeplusCharToKeyword(fmt.keywords, k.keywordChar, buf, sizeof(buf), &len));
