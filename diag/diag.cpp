@@ -226,11 +226,9 @@ extern "C" int32_t pppoeplusLogTest(uint32_t ifUnit) {
 extern "C" int32_t pppoeplusPonTest(uint32_t ifUnit, uint32_t onuId) {
     std::memset(&gTestOnuInfo, 0, sizeof(gTestOnuInfo));
     gTestOnuInfo.ifUnit = ifUnit;
-    // The ONU number in bits 8-19 of the second word, then the serial
-    // number's length in byte 7 and the serial number itself.
-    uint32_t onuWord = (onuId & 0xFFFu) << 8;
-    std::memcpy(gTestOnuInfo.onu, &onuWord, sizeof(onuWord));
-    gTestOnuInfo.onu[3] = 8;
+    // The ONU number in bits 8-19 of the second word and the serial number's
+    // length in its low byte, then the serial number itself.
+    gTestOnuInfo.onuWord = ((onuId & 0xFFFu) << 8) | 8u;
     static constexpr uint8_t sn[8] = {'W', 'U', 'P', 'O', 0x1B, 0xD8, 0x0A, 0x9A};
     std::memcpy(gTestOnuInfo.sn, sn, sizeof(sn));
 

@@ -8,12 +8,14 @@
 
 #include "iftable/if_entry.h"
 
-// The test ONU record that pppoeplusPonTest fills: bytes 0-3 the interface
-// unit; bytes 4-7 a word whose bits 8-19 hold the ONU number, byte 7 being the
-// serial number's length (8); bytes 8-15 the serial number.
+// The test ONU record that pppoeplusPonTest fills, laid out as the ONU
+// identity block of the receive information: bytes 0-3 the interface unit;
+// bytes 4-7 a word, in host order like every word of that record, whose bits
+// 8-19 hold the ONU number and bits 0-7 the serial number's length, 8 (byte 7
+// on a big-endian device); bytes 8-15 the serial number.
 struct tPppoeplusTestOnuInfo {
     uint32_t ifUnit;
-    uint8_t onu[4];
+    uint32_t onuWord;
     uint8_t sn[8];
 };
 static_assert(sizeof(tPppoeplusTestOnuInfo) == 16);

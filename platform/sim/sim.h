@@ -71,6 +71,9 @@ struct Frame {
     uint32_t ifUnit;
     bool withInfo;               // deliver the receive information record
     zel_pkt_rxinfo info;
+    // When not empty, delivered as the control information as it stands
+    // (cut to the control buffer) instead of the one generated record.
+    std::vector<uint8_t> rawControl = {};
 };
 
 // A frame handed to zel_sendmsg.

@@ -144,7 +144,10 @@ int32_t zel_recvmsg(int32_t fd, zel_msghdr* msg, int32_t) {
     // Control information: one receive information record, when it fits.
     uint32_t controlLen = 0;
     const uint32_t needed = ZEL_CMSG_LEN(sizeof(zel_pkt_rxinfo));
-    if (frame.withInfo && msg->msg_control != nullptr && msg->msg_controllen >= needed) {
+    if (!frame.rawControl.empty() && msg->msg_control != nullptr) {
+        controlLen = std::min<uint32_t>(msg->msg_controllen, static_cast<uint32_t>(frame.rawControl.size()));
+        std::memcpy(msg->msg_control, frame.rawControl.data(), controlLen);
+    } else if (frame.withInfo && msg->msg_control != nullptr && msg->msg_controllen >= needed) {
         auto* c = static_cast<zel_cmsghdr*>(msg->msg_control);
         c->cmsg_len = needed;
         c->cmsg_level = ZEL_SOL_PACKET;

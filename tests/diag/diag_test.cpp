@@ -343,7 +343,8 @@ TEST_F(DiagTest, PonTestFillsTheTestOnuRecord) {
     std::memcpy(&word, bytes + 4, 4);
     EXPECT_EQ(7u, unit);
     EXPECT_EQ(0x123u, (word >> 8) & 0xFFF) << "12 bits of the ONU number";
-    EXPECT_EQ(8, bytes[7]);
+    EXPECT_EQ(8u, word & 0xFF) << "the serial number's length";
+    EXPECT_EQ(0u, word >> 20);
     const uint8_t sn[8] = {'W', 'U', 'P', 'O', 0x1B, 0xD8, 0x0A, 0x9A};
     EXPECT_EQ(0, std::memcmp(sn, bytes + 8, 8));
     EXPECT_EQ(ZEL_OND_GPON, pppoeplusIfEntryGet(7)->phyInfo.ondType);
@@ -352,6 +353,68 @@ TEST_F(DiagTest, PonTestFillsTheTestOnuRecord) {
     EXPECT_EQ(0, pppoeplusPonTest(8, 1));
     EXPECT_EQ(8u, gTestOnuInfo.ifUnit);
     EXPECT_EQ(nullptr, pppoeplusIfEntryGet(8));
+}
+
+}  // namespace
+
+namespace {
+
+// A PADI received on `unit` after pppoeplusPonTest, carrying the test ONU
+// record as its ONU identity block, the way the platform reports it.
+std::vector<uint8_t> ponTestPadiCircuitId(bool platformKnowsPosition) {
+    pppoeplusTestStart(1, 0);
+    sim::Interface& client = sim::addInterface(7, "eth0/7", ZEL_OND_ETH);
+    sim::addInterface(9, "uplink", ZEL_OND_ETH);
+    const uint8_t sysMac[6] = {0x00, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE};
+    sim::setScalarBytes(ZEL_SCALAR_SYS_MAC, std::vector<uint8_t>(sysMac, sysMac + 6));
+    uint32_t one = 1;
+    EXPECT_EQ(0, pppoeplusIfSetApi(7, PPPOEPLUS_IF_ENABLE, &one));
+    EXPECT_EQ(0, pppoeplusIfSetApi(9, PPPOEPLUS_IF_ENABLE, &one));
+    EXPECT_EQ(0, pppoeplusIfSetApi(9, PPPOEPLUS_IF_TRUST, &one));
+
+    EXPECT_EQ(0, pppoeplusPonTest(7, 5));
+    if (!platformKnowsPosition) {
+        client.phyOk = false;  // the entry's own record, now a GPON port, is used
+    } else {
+        client.phyInfo.ondType = ZEL_OND_GPON;
+    }
+
+    sim::Frame f{};
+    f.bytes = {0x11, 0x09, 0x00, 0x00, 0x00, 0x04, 0x01, 0x01, 0x00, 0x00};
+    f.ifUnit = 7;
+    f.withInfo = true;
+    const uint8_t src[6] = {0x00, 0x0c, 0x29, 0xaa, 0xbb, 0x01};
+    std::memcpy(f.info.srcMac, src, 6);
+    std::memset(f.info.dstMac, 0xFF, 6);
+    f.info.onuPresent = 1;
+    f.info.flags = ZEL_RXINFO_ONU_VALID;
+    std::memcpy(f.info.onuInfo, &gTestOnuInfo, sizeof(gTestOnuInfo));
+    sim::pushFrame(gPppoeplus.pktFd, f);
+    pppoeplusPktRecv();
+
+    EXPECT_EQ(1u, sim::g.sent.size());
+    if (sim::g.sent.empty()) return {};
+    const std::vector<uint8_t>& out = sim::g.sent[0].bytes;
+    // Header, the Service-Name tag, then the agent's tag: type, length,
+    // vendor id, Circuit-ID sub-option.
+    EXPECT_GE(out.size(), 20u);
+    if (out.size() < 20) return {};
+    EXPECT_EQ(0x01, out[10]);
+    EXPECT_EQ(0x05, out[11]);
+    EXPECT_EQ(0x01, out[18]);
+    uint8_t len = out[19];
+    EXPECT_EQ(out.size(), 20u + len) << "a PON port's tag carries no Remote-ID";
+    return std::vector<uint8_t>(out.begin() + 20, out.begin() + 20 + std::min<size_t>(len, out.size() - 20));
+}
+
+TEST_F(DiagTest, PonTestThenAPadiGetsThePonLineId) {
+    std::vector<uint8_t> id = ponTestPadiCircuitId(false);
+    EXPECT_EQ("0 0/0/0:0.0 00:AA:BB:CC:DD:EE/0/0/0/0/7/5 GP", std::string(id.begin(), id.end()));
+}
+
+TEST_F(DiagTest, PonTestOnAPonPortGivesTheOnuNumber) {
+    std::vector<uint8_t> id = ponTestPadiCircuitId(true);
+    EXPECT_EQ("0 0/0/0:0.0 00:AA:BB:CC:DD:EE/0/0/0/0/7/5 GP", std::string(id.begin(), id.end()));
 }
 
 }  // namespace

@@ -4,12 +4,16 @@
 
 #include "core/global.h"
 #include "core/startup.h"
+#include "diag/diag.h"
+#include "packet/pkt_recv.h"
 #include "platform/common/mem_pool.h"
 
 void pppoeplusTestReset() {
     memPoolDestroy(&gPppoeplus.ifPool);
     std::memset(&gPppoeplus, 0, sizeof(gPppoeplus));
     gPppoeplusInit = 0;
+    gPppoeplusTestForward = 0;
+    std::memset(&gTestOnuInfo, 0, sizeof(gTestOnuInfo));
     sim::reset();
 }
 

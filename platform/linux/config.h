@@ -1,0 +1,76 @@
+// The configuration file of the Linux platform: `key = value` lines read once
+// at start. Keys `pppoeplus.*` are the daemon's start-up options (handed out
+// by silOptRead), `platform.*` settings of this platform, `port.<ifname>` the
+// kind and position of an interface.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace linuxplat {
+
+constexpr const char* CONFIG_DEFAULT_PATH = "/etc/pppoeplus.conf";
+constexpr size_t CONFIG_MAX_FILE = 1u << 20;  // a larger file is refused
+constexpr size_t CONFIG_MAX_LINE = 1024;      // a longer line is a bad line
+constexpr size_t CONFIG_MAX_VALUE = 512;
+
+// Kind and position of one interface from a `port.<ifname>` line. What the
+// line does not name is left to the platform's defaults.
+struct PortSpec {
+    std::optional<uint32_t> ondType;  // eth 1, ethagg 2, epon 10, gpon 11, ponagg 12, none 0
+    std::optional<uint32_t> sys;
+    std::optional<uint32_t> slot;
+    std::optional<uint32_t> port;
+    std::optional<uint32_t> subPort;
+};
+
+// Result of reading a configuration text.
+struct ConfigData {
+    std::map<std::string, std::string> values;  // pppoeplus.* and platform.* keys
+    std::map<std::string, PortSpec> ports;      // by interface name
+    std::vector<std::string> messages;          // "file:line: what was wrong", in order
+};
+
+// Parses a whole configuration text. Bad lines are reported in `messages`
+// with `fileName` and their line number and otherwise ignored. Pure.
+ConfigData configParse(std::string_view text, std::string_view fileName);
+
+// Parses the value of a `port.<ifname>` line: blank-separated `name=value`
+// words, names kind, sys, slot, port, subport. Pure.
+bool configParsePort(std::string_view value, PortSpec& out, std::string& error);
+
+// Number in decimal or 0x hexadecimal, at most 32 bits. Pure.
+bool configParseU32(std::string_view text, uint32_t& out);
+// MAC address written aa:bb:cc:dd:ee:ff (or with '-'). Pure.
+bool configParseMac(std::string_view text, uint8_t mac[6]);
+// "yes"/"no" style word: t/T/y/Y/1 true, f/F/n/N/0 false. Pure.
+std::optional<bool> configParseBool(std::string_view text);
+
+// ---- the process's configuration -----------------------------------------------
+
+// The configuration file: the path in PPPOEPLUS_CONF, else the default path.
+std::string configPath();
+
+// Loaded once, on first use; reading problems are logged then.
+const ConfigData& config();
+
+// A `pppoeplus.*` or `platform.*` value, if the file sets it.
+std::optional<std::string> configGet(const std::string& key);
+std::string configGetOr(const std::string& key, const std::string& fallback);
+uint32_t configGetU32(const std::string& key, uint32_t fallback);
+
+// The port line of an interface name, or null.
+const PortSpec* configPort(const std::string& ifName);
+
+// True when `ifName` matches a pattern of `platform.exclude` (blank or comma
+// separated shell patterns).
+bool configExcluded(const std::string& ifName);
+
+// Where the configuration came from, for the start-up message.
+std::string configSourceText();
+
+}  // namespace linuxplat

@@ -1,0 +1,36 @@
+// The hardware rule of a port (protocol 19) on Linux: nftables bridge rules
+// that keep the kernel bridge from forwarding discovery frames (untagged,
+// behind one 802.1Q or 802.1ad tag, or behind two tags) that enter on the
+// port, so that the agent's copy is the only one that reaches the uplinks.
+//
+// One table (family bridge, "pppoeplus" unless platform.nfttable says
+// otherwise) holds a set of port names and three fixed rules that drop from
+// the ports in the set; switching a port's rule on or off adds or removes its
+// name. The table is created on first use, replacing one left behind, and
+// removed when the process ends.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace linuxplat {
+
+// The rule text loaded into the kernel for table `table`. Pure.
+std::string hwruleTableScript(const std::string& table);
+// Adding or removing one port name. Pure.
+std::string hwruleElementScript(const std::string& table, const std::string& ifName, bool add);
+
+// Switches the rule for `ifName` on or off. 0, or a platform error code.
+int hwruleSet(const std::string& ifName, bool on);
+// True while rules can be loaded (the nft tool is there and usable), false
+// when the platform runs without them (platform.hwrule = none, or auto with
+// no nft tool).
+bool hwruleEnabled();
+// Removes the table if this process created it.
+void hwruleCleanup();
+
+// Runs `nft -f -` with `script` on its standard input. 0 on success; else
+// the exit status (or -1) with what nft wrote in `errors`.
+int nftRun(const std::string& script, std::string& errors);
+
+}  // namespace linuxplat

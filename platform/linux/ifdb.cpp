@@ -1,0 +1,461 @@
+// The interface database: a cache of the kernel's links, filled by a dump at
+// start and kept current by a thread that follows rtnetlink link messages.
+// The thread also turns link changes into the platform's route messages.
+// Per-port protocol states (software trap, hardware rule) live here too.
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <pthread.h>
+#include <shared_mutex>
+#include <unordered_set>
+
+#include "platform/ifdb.h"
+#include "platform/linux/config.h"
+#include "platform/linux/hwrule.h"
+#include "platform/linux/internal.h"
+#include "platform/linux/plat_log.h"
+#include "platform/linux/rtnl.h"
+#include "platform/types.h"
+
+namespace linuxplat {
+
+namespace {
+
+constexpr size_t NL_BUF_LEN = 64 * 1024;
+
+std::once_flag gOnce;
+std::shared_mutex gTableMutex;
+// Never destroyed: the event thread may still run while the process ends.
+LinkTable& gTable = *new LinkTable;
+int gEventsFd = -1;
+
+struct ProtoState {
+    bool dflt = false;
+    bool on = false;
+};
+std::mutex gProtoMutex;
+auto& gProto = *new std::map<std::pair<uint32_t, uint32_t>, ProtoState>;  // (unit, protocol)
+// unit -> name its hardware rule was added under
+auto& gRuleName = *new std::map<uint32_t, std::string>;
+
+std::shared_mutex gTrapMutex;
+auto& gTrap = *new std::unordered_set<int32_t>;  // units whose software trap is on
+
+std::string& gHostName = *new std::string;
+
+int nlOpen(uint32_t groups) {
+    int fd = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
+    if (fd < 0) return -1;
+    struct sockaddr_nl addr;
+    std::memset(&addr, 0, sizeof(addr));
+    addr.nl_family = AF_NETLINK;
+    addr.nl_groups = groups;
+    if (::bind(fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) != 0) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+// Reads every link the kernel has. False when the dump failed.
+bool nlDump(std::map<int32_t, LinkInfo>& out) {
+    int fd = nlOpen(0);
+    if (fd < 0) return false;
+    struct {
+        struct nlmsghdr h;
+        struct ifinfomsg ifi;
+    } req;
+    std::memset(&req, 0, sizeof(req));
+    req.h.nlmsg_len = sizeof(req);
+    req.h.nlmsg_type = RTM_GETLINK;
+    req.h.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    req.h.nlmsg_seq = 1;
+    req.ifi.ifi_family = AF_UNSPEC;
+    struct sockaddr_nl kernel;
+    std::memset(&kernel, 0, sizeof(kernel));
+    kernel.nl_family = AF_NETLINK;
+    if (::sendto(fd, &req, sizeof(req), 0, reinterpret_cast<struct sockaddr*>(&kernel), sizeof(kernel)) < 0) {
+        ::close(fd);
+        return false;
+    }
+    std::vector<uint8_t> buf(NL_BUF_LEN);
+    bool ok = false;
+    for (;;) {
+        ssize_t n = ::recv(fd, buf.data(), buf.size(), 0);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        NlWalk w = rtnlWalk(buf.data(), static_cast<size_t>(n), [&](LinkEvent ev, const LinkInfo& link) {
+            if (ev == LinkEvent::New) out[link.ifindex] = link;
+        });
+        if (w.malformed || w.error != 0) break;
+        if (w.done) {
+            ok = true;
+            break;
+        }
+    }
+    ::close(fd);
+    return ok;
+}
+
+// After a link is gone or renamed: its hardware rule follows the name.
+void protoFollowLink(const LinkChange& change, int32_t ifindex, const std::string& newName) {
+    uint32_t unit = static_cast<uint32_t>(ifindex);
+    std::lock_guard<std::mutex> lock(gProtoMutex);
+    auto rule = gRuleName.find(unit);
+    if (change.removed) {
+        if (rule != gRuleName.end()) {
+            (void)hwruleSet(rule->second, false);
+            gRuleName.erase(rule);
+        }
+        for (auto it = gProto.begin(); it != gProto.end();) {
+            if (it->first.first == unit) it = gProto.erase(it);
+            else ++it;
+        }
+        std::unique_lock<std::shared_mutex> trap(gTrapMutex);
+        gTrap.erase(ifindex);
+        return;
+    }
+    if (change.renamed && rule != gRuleName.end() && rule->second != newName) {
+        (void)hwruleSet(rule->second, false);
+        if (hwruleSet(newName, true) == 0) rule->second = newName;
+        else gRuleName.erase(rule);
+    }
+}
+
+// Applies kernel events to the table, then delivers what they give.
+void applyEvents(const std::vector<std::pair<LinkEvent, LinkInfo>>& events) {
+    for (const auto& [ev, link] : events) {
+        LinkChange change;
+        std::string name;
+        {
+            std::unique_lock<std::shared_mutex> lock(gTableMutex);
+            change = linkApply(gTable, ev, link);
+            const LinkInfo* now = gTable.find(link.ifindex);
+            name = now != nullptr ? now->name : link.name;
+        }
+        if (change.removed || change.renamed) protoFollowLink(change, link.ifindex, name);
+        for (const auto& m : change.messages) routeDeliver(m);
+    }
+}
+
+// A lost event (the socket overflowed): read everything again and announce
+// the differences.
+void resync() {
+    std::map<int32_t, LinkInfo> now;
+    if (!nlDump(now)) {
+        platLog(PLAT_LOG_ERR, "interface database: re-reading the links failed");
+        return;
+    }
+    std::vector<std::pair<LinkEvent, LinkInfo>> events;
+    {
+        std::shared_lock<std::shared_mutex> lock(gTableMutex);
+        for (const auto& [index, link] : gTable.links)
+            if (now.count(index) == 0) events.emplace_back(LinkEvent::Del, link);
+    }
+    for (const auto& [index, link] : now) events.emplace_back(LinkEvent::New, link);
+    applyEvents(events);
+}
+
+void* eventThread(void*) {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, nullptr);
+    std::vector<uint8_t> buf(NL_BUF_LEN);
+    for (;;) {
+        ssize_t n = ::recv(gEventsFd, buf.data(), buf.size(), 0);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            if (errno == ENOBUFS) {
+                platLog(PLAT_LOG_WARNING, "interface database: link events lost; re-reading the links");
+                resync();
+                continue;
+            }
+            platLog(PLAT_LOG_ERR, "interface database: reading link events failed: %s", std::strerror(errno));
+            ::sleep(1);
+            continue;
+        }
+        std::vector<std::pair<LinkEvent, LinkInfo>> events;
+        NlWalk w = rtnlWalk(buf.data(), static_cast<size_t>(n),
+                            [&](LinkEvent ev, const LinkInfo& link) { events.emplace_back(ev, link); });
+        if (w.malformed) platLog(PLAT_LOG_WARNING, "interface database: malformed link message ignored");
+        applyEvents(events);
+    }
+    return nullptr;
+}
+
+void start() {
+    platformStart();
+    char host[256] = {};
+    if (::gethostname(host, sizeof(host) - 1) == 0) gHostName = host;
+
+    gTable.portOf = [](const std::string& name) { return configPort(name); };
+    gTable.excluded = [](const std::string& name) { return configExcluded(name); };
+
+    // Subscribe before the dump so that no change falls between the two.
+    gEventsFd = nlOpen(RTMGRP_LINK);
+    if (gEventsFd < 0) {
+        platLog(PLAT_LOG_ERR, "interface database: cannot open rtnetlink: %s", std::strerror(errno));
+    } else {
+        int size = 4 << 20;
+        if (::setsockopt(gEventsFd, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof(size)) != 0)
+            (void)::setsockopt(gEventsFd, SOL_SOCKET, SO_RCVBUF, &size, sizeof(size));
+    }
+    std::map<int32_t, LinkInfo> links;
+    if (!nlDump(links)) platLog(PLAT_LOG_ERR, "interface database: reading the links failed");
+    {
+        std::unique_lock<std::shared_mutex> lock(gTableMutex);
+        gTable.links = std::move(links);
+    }
+    for (const auto& m : config().ports)
+        if (ifdbUnitByName(m.first) == 0)
+            platLog(PLAT_LOG_INFO, "port %s of the configuration does not exist (yet)", m.first.c_str());
+
+    if (gEventsFd >= 0) {
+        pthread_t tid;
+        pthread_attr_t attr;
+        pthread_attr_init(&attr);
+        pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
+        if (pthread_create(&tid, &attr, eventThread, nullptr) != 0)
+            platLog(PLAT_LOG_ERR, "interface database: cannot start the link event thread");
+        else
+            pthread_setname_np(tid, "zelIfdb");
+        pthread_attr_destroy(&attr);
+    }
+}
+
+const LinkInfo* findLocked(uint32_t unit) {
+    if (unit == 0 || unit > 0x7FFFFFFF) return nullptr;
+    return gTable.find(static_cast<int32_t>(unit));
+}
+
+void putU32(void* dst, uint32_t v) { std::memcpy(dst, &v, sizeof(v)); }
+
+}  // namespace
+
+void ifdbStart() { std::call_once(gOnce, start); }
+
+bool ifdbTrapOn(int32_t ifindex) {
+    std::shared_lock<std::shared_mutex> lock(gTrapMutex);
+    return gTrap.count(ifindex) != 0;
+}
+
+bool ifdbMac(int32_t ifindex, uint8_t mac[6]) {
+    std::shared_lock<std::shared_mutex> lock(gTableMutex);
+    const LinkInfo* l = gTable.find(ifindex);
+    if (l == nullptr || !l->hasMac) return false;
+    std::memcpy(mac, l->mac, 6);
+    return true;
+}
+
+uint32_t ifdbUnitByName(const std::string& name) {
+    std::shared_lock<std::shared_mutex> lock(gTableMutex);
+    for (const auto& [index, link] : gTable.links)
+        if (link.name == name) return static_cast<uint32_t>(index);
+    return 0;
+}
+
+std::string ifdbName(uint32_t unit) {
+    std::shared_lock<std::shared_mutex> lock(gTableMutex);
+    const LinkInfo* l = findLocked(unit);
+    return l != nullptr ? l->name : std::string();
+}
+
+std::vector<std::vector<uint8_t>> ifdbAnnouncements() {
+    std::vector<std::vector<uint8_t>> out;
+    std::shared_lock<std::shared_mutex> lock(gTableMutex);
+    for (const auto& [index, link] : gTable.links) out.push_back(rtMsgNewLink(link, RT_CHANGE_NEW, {}));
+    return out;
+}
+
+}  // namespace linuxplat
+
+using namespace linuxplat;
+
+uint32_t zelIfGetFirst(uint32_t* unit) {
+    ifdbStart();
+    if (unit == nullptr) return static_cast<uint32_t>(ZEL_ERR_NULL_POINTER);
+    std::shared_lock<std::shared_mutex> lock(gTableMutex);
+    if (gTable.links.empty()) return static_cast<uint32_t>(ZEL_ERR_NOT_FOUND);
+    *unit = static_cast<uint32_t>(gTable.links.begin()->first);
+    return 0;
+}
+
+uint32_t zelIfGetNext(uint32_t unit, uint32_t* next) {
+    ifdbStart();
+    if (next == nullptr) return static_cast<uint32_t>(ZEL_ERR_NULL_POINTER);
+    if (unit > 0x7FFFFFFF) return static_cast<uint32_t>(ZEL_ERR_NOT_FOUND);
+    std::shared_lock<std::shared_mutex> lock(gTableMutex);
+    auto it = gTable.links.upper_bound(static_cast<int32_t>(unit));
+    if (it == gTable.links.end()) return static_cast<uint32_t>(ZEL_ERR_NOT_FOUND);
+    *next = static_cast<uint32_t>(it->first);
+    return 0;
+}
+
+uint32_t zelIfGetApi(uint32_t unit, uint32_t attr, void* value) {
+    ifdbStart();
+    std::shared_lock<std::shared_mutex> lock(gTableMutex);
+    const LinkInfo* l = findLocked(unit);
+    if (l == nullptr) return static_cast<uint32_t>(ZEL_ERR_NOT_FOUND);
+    if (value == nullptr) return static_cast<uint32_t>(ZEL_ERR_NULL_POINTER);
+    switch (attr) {
+        case ZEL_IF_ATTR_NAME: {
+            char name[ZEL_IF_NAME_LEN] = {};
+            std::memcpy(name, l->name.data(), std::min<size_t>(l->name.size(), ZEL_IF_NAME_LEN - 1));
+            std::memcpy(value, name, sizeof(name));
+            return 0;
+        }
+        case ZEL_IF_ATTR_TYPE:
+            putU32(value, ifTypeNumber(*l, gTable.kindOf(*l)));
+            return 0;
+        case ZEL_IF_ATTR_FLAGS:
+            putU32(value, gTable.flagsOf(*l));
+            return 0;
+        case ZEL_IF_ATTR_MAC: {
+            tZelOctets octets;
+            std::memcpy(&octets, value, sizeof(octets));
+            if (!l->hasMac) return static_cast<uint32_t>(ZEL_ERR_NOT_FOUND);
+            if (octets.buf == nullptr) return static_cast<uint32_t>(ZEL_ERR_NULL_POINTER);
+            if (octets.len < 6) return static_cast<uint32_t>(ZEL_ERR_TOO_LONG);
+            std::memcpy(octets.buf, l->mac, 6);
+            octets.len = 6;
+            std::memcpy(value, &octets, sizeof(octets));
+            return 0;
+        }
+        default:
+            return static_cast<uint32_t>(ZEL_ERR_UNSUPPORTED);
+    }
+}
+
+uint32_t zelIfSetApi(uint32_t unit, uint32_t attr, void* value) {
+    ifdbStart();
+    if (value == nullptr) return static_cast<uint32_t>(ZEL_ERR_NULL_POINTER);
+    if (attr != ZEL_IF_ATTR_PROTO_DFLT_ON && attr != ZEL_IF_ATTR_PROTO_DFLT_OFF && attr != ZEL_IF_ATTR_PROTO_ON &&
+        attr != ZEL_IF_ATTR_PROTO_OFF)
+        return static_cast<uint32_t>(ZEL_ERR_UNSUPPORTED);
+    tZelIfProto proto;
+    std::memcpy(&proto, value, sizeof(proto));
+    const bool on = attr == ZEL_IF_ATTR_PROTO_DFLT_ON || attr == ZEL_IF_ATTR_PROTO_ON;
+    const bool dflt = attr == ZEL_IF_ATTR_PROTO_DFLT_ON || attr == ZEL_IF_ATTR_PROTO_DFLT_OFF;
+    const std::string name = ifdbName(unit);
+    // Switching off what a vanished interface had is not an error.
+    if (on && name.empty()) return static_cast<uint32_t>(ZEL_ERR_NOT_FOUND);
+
+    std::lock_guard<std::mutex> lock(gProtoMutex);
+    ProtoState& st = gProto[{unit, proto.protoId}];
+    if (dflt) {
+        st.dflt = on;
+        return 0;
+    }
+    if (proto.protoId == ZEL_PROTO_PPPOEPLUS) {
+        st.on = on;
+        std::unique_lock<std::shared_mutex> trap(gTrapMutex);
+        if (on) gTrap.insert(static_cast<int32_t>(unit));
+        else gTrap.erase(static_cast<int32_t>(unit));
+        return 0;
+    }
+    if (proto.protoId == ZEL_PROTO_PPPOEPLUS_HW) {
+        auto rule = gRuleName.find(unit);
+        if (on) {
+            if (rule == gRuleName.end() || rule->second != name) {
+                if (rule != gRuleName.end()) (void)hwruleSet(rule->second, false);
+                int rc = hwruleSet(name, true);
+                if (rc != 0) {
+                    if (rule != gRuleName.end()) gRuleName.erase(rule);
+                    st.on = false;
+                    return static_cast<uint32_t>(rc);
+                }
+                gRuleName[unit] = name;
+            }
+            st.on = true;
+            return 0;
+        }
+        st.on = false;
+        if (rule != gRuleName.end()) {
+            std::string was = rule->second;
+            gRuleName.erase(rule);
+            int rc = hwruleSet(was, false);
+            if (rc != 0) return static_cast<uint32_t>(rc);
+        }
+        return 0;
+    }
+    st.on = on;
+    return 0;
+}
+
+char* zelIfUnit2Name(uint32_t unit, char* buf, uint32_t limit) {
+    if (buf == nullptr || limit == 0) return buf;
+    ifdbStart();
+    std::shared_lock<std::shared_mutex> lock(gTableMutex);
+    const LinkInfo* l = findLocked(unit);
+    size_t n = l == nullptr ? 0 : std::min<size_t>(l->name.size(), limit - 1);
+    if (n > 0) std::memcpy(buf, l->name.data(), n);
+    buf[n] = '\0';
+    return buf;
+}
+
+uint32_t zelIndexTrans(uint32_t unit, uint32_t kind, void* out) {
+    ifdbStart();
+    std::shared_lock<std::shared_mutex> lock(gTableMutex);
+    const LinkInfo* l = findLocked(unit);
+    if (l == nullptr) return static_cast<uint32_t>(ZEL_ERR_NOT_FOUND);
+    if (kind != ZEL_INDEX_TRANS_PHYINFO) return static_cast<uint32_t>(ZEL_ERR_UNSUPPORTED);
+    if (out == nullptr) return static_cast<uint32_t>(ZEL_ERR_NULL_POINTER);
+    tZelPhyInfo phy;
+    gTable.phyInfo(*l, phy);
+    std::memcpy(out, &phy, sizeof(phy));
+    return 0;
+}
+
+uint32_t zelScalarGetApi(uint32_t, uint32_t scalar, void* value) {
+    ifdbStart();
+    if (value == nullptr) return static_cast<uint32_t>(ZEL_ERR_NULL_POINTER);
+    auto putText = [value](const std::string& text) {
+        size_t n = std::min<size_t>(text.size(), ZEL_SCALAR_TEXT_LEN - 1);
+        std::memcpy(value, text.data(), n);
+        static_cast<char*>(value)[n] = '\0';
+        return 0u;
+    };
+    switch (scalar) {
+        case ZEL_SCALAR_VENDOR_ID:
+            putU32(value, configGetU32("platform.vendorid", 0));
+            return 0;
+        case ZEL_SCALAR_SYS_MAC: {
+            uint8_t mac[6];
+            auto configured = configGet("platform.sysmac");
+            if (configured && configParseMac(*configured, mac)) {
+                std::memcpy(value, mac, 6);
+                return 0;
+            }
+            // The MAC of the first Ethernet port (a management port counts).
+            std::shared_lock<std::shared_mutex> lock(gTableMutex);
+            for (const auto& [index, link] : gTable.links) {
+                static const uint8_t zero[6] = {0, 0, 0, 0, 0, 0};
+                if (ifKind(link, gTable.portOf(link.name)) == ZEL_OND_ETH && link.hasMac && std::memcmp(link.mac, zero, 6) != 0) {
+                    std::memcpy(value, link.mac, 6);
+                    return 0;
+                }
+            }
+            return static_cast<uint32_t>(ZEL_ERR_NOT_FOUND);
+        }
+        case ZEL_SCALAR_DEVICE_NAME: {
+            auto name = configGet("platform.devicename");
+            if (!name) return static_cast<uint32_t>(ZEL_ERR_NOT_FOUND);
+            return putText(*name);
+        }
+        case ZEL_SCALAR_SYS_NAME: {
+            auto name = configGet("platform.sysname");
+            if (name) return putText(*name);
+            if (gHostName.empty()) return static_cast<uint32_t>(ZEL_ERR_NOT_FOUND);
+            return putText(gHostName);
+        }
+        default:
+            return static_cast<uint32_t>(ZEL_ERR_NOT_FOUND);
+    }
+}

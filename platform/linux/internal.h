@@ -1,0 +1,51 @@
+// What the parts of the Linux platform tell each other.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace linuxplat {
+
+// Once per process: reads the configuration, sets up logging and writes the
+// start message. Every entry point that may come first calls it.
+void platformStart();
+
+// Undoes what the platform set up outside the process (nftables table,
+// socket files). Called when the process ends, normally or by a signal.
+void platformCleanup();
+
+// ---- interface database ----------------------------------------------------------
+
+// Once: reads the kernel's links and starts following their changes.
+void ifdbStart();
+
+// The frame path's questions, answered from the cache without a system call.
+bool ifdbTrapOn(int32_t ifindex);
+bool ifdbMac(int32_t ifindex, uint8_t mac[6]);
+
+// Interface unit of a name, 0 for none.
+uint32_t ifdbUnitByName(const std::string& name);
+std::string ifdbName(uint32_t unit);
+
+// A new-interface route message for every interface known now, by unit.
+std::vector<std::vector<uint8_t>> ifdbAnnouncements();
+
+// ---- route sockets -------------------------------------------------------------------
+
+// A route socket joins the group of interface events, or is closed.
+void routeJoin(int daemonFd);
+void routeUnregister(int daemonFd);
+// Delivers one platform route message to every route socket that joined.
+// Returns how many took it.
+uint32_t routeDeliver(const std::vector<uint8_t>& msg);
+
+// ---- services ---------------------------------------------------------------------------
+
+// Once: starts the event service through which operators raise route events.
+void eventServiceStart();
+
+// Removes the socket files the services made.
+void servicesCleanup();
+
+}  // namespace linuxplat

@@ -1,0 +1,496 @@
+// Socket wrappers. The platform's packet socket (domain 17) is a raw
+// AF_PACKET socket for every protocol behind a kernel filter that keeps
+// discovery frames; it hands the daemon each frame from the PPPoE header on
+// with its receive information, and builds the Ethernet header and VLAN tags
+// of each frame it is given to send. The platform's route socket (domain 16)
+// is one end of a local socket pair whose other end the interface database
+// and the event service write the platform's route messages to.
+#include <dlfcn.h>
+#include <linux/filter.h>
+#include <linux/if_ether.h>
+#include <linux/if_packet.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <arpa/inet.h>
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <shared_mutex>
+#include <vector>
+
+#include "platform/linux/config.h"
+#include "platform/linux/internal.h"
+#include "platform/linux/pkt.h"
+#include "platform/linux/plat_log.h"
+#include "platform/socket.h"
+
+namespace linuxplat {
+
+namespace {
+
+enum class SockKind { Packet, Route };
+
+struct SockInfo {
+    SockKind kind;
+    bool rxInfo = false;   // receive information requested
+    int32_t name = 0;      // ZEL_SO_NAME value
+    int platformEnd = -1;  // route socket: the end the platform writes
+    bool joined = false;   // route socket: in group 1
+};
+
+std::shared_mutex gSockMutex;
+// Never destroyed: other threads may still use it while the process ends.
+auto& gSocks = *new std::map<int, SockInfo>;
+
+// Largest frame read or built; discovery frames are far smaller.
+constexpr size_t FRAME_MAX = 16 * 1024;
+// Frames stepped over (the trap of their port is off) in one receive call.
+constexpr int RECV_SKIP_MAX = 64;
+
+thread_local int32_t tLastErrno = 0;
+
+int32_t fail(int err) {
+    tLastErrno = err;
+    errno = err;
+    return -1;
+}
+
+bool lookup(int fd, SockInfo& out) {
+    std::shared_lock<std::shared_mutex> lock(gSockMutex);
+    auto it = gSocks.find(fd);
+    if (it == gSocks.end()) return false;
+    out = it->second;
+    return true;
+}
+
+TxTpids txTpids() {
+    static const TxTpids tpids = [] {
+        TxTpids t;
+        t.single = static_cast<uint16_t>(configGetU32("platform.tpid.single", t.single));
+        t.outer = static_cast<uint16_t>(configGetU32("platform.tpid.outer", t.outer));
+        t.inner = static_cast<uint16_t>(configGetU32("platform.tpid.inner", t.inner));
+        return t;
+    }();
+    return tpids;
+}
+
+// The test ONU record a diagnostic command may fill: a frame received on
+// its unit is reported as coming from that ONU.
+const uint8_t* testOnuInfo() {
+    static const uint8_t* p = static_cast<const uint8_t*>(::dlsym(RTLD_DEFAULT, "gTestOnuInfo"));
+    return p;
+}
+
+int32_t packetSocket() {
+    // Interface names, MACs and trap states come from the interface cache.
+    ifdbStart();
+    int fd = ::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);  // receives nothing until bound
+    if (fd < 0) {
+        int err = errno;
+        platLog(PLAT_LOG_ERR, "packet socket: %s%s", std::strerror(err),
+                err == EPERM ? " (pppoeplusd needs root or CAP_NET_RAW)" : "");
+        return fail(err);
+    }
+    std::vector<struct sock_filter> prog = pktFilterProgram();
+    struct sock_fprog fprog = {static_cast<unsigned short>(prog.size()), prog.data()};
+    if (::setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &fprog, sizeof(fprog)) != 0) {
+        int err = errno;
+        platLog(PLAT_LOG_ERR, "packet socket: cannot attach the filter: %s", std::strerror(err));
+        ::close(fd);
+        return fail(err);
+    }
+    int one = 1;
+    (void)::setsockopt(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, &one, sizeof(one));
+    struct sockaddr_ll addr;
+    std::memset(&addr, 0, sizeof(addr));
+    addr.sll_family = AF_PACKET;
+    addr.sll_protocol = htons(ETH_P_ALL);
+    if (::bind(fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) != 0) {
+        int err = errno;
+        platLog(PLAT_LOG_ERR, "packet socket: bind: %s", std::strerror(err));
+        ::close(fd);
+        return fail(err);
+    }
+    std::unique_lock<std::shared_mutex> lock(gSockMutex);
+    gSocks[fd] = SockInfo{SockKind::Packet};
+    return fd;
+}
+
+int32_t routeSocket() {
+    ifdbStart();
+    eventServiceStart();
+    int sv[2];
+    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sv) != 0) return fail(errno);
+    int size = 4 << 20;
+    if (::setsockopt(sv[1], SOL_SOCKET, SO_SNDBUFFORCE, &size, sizeof(size)) != 0)
+        (void)::setsockopt(sv[1], SOL_SOCKET, SO_SNDBUF, &size, sizeof(size));
+    ::shutdown(sv[0], SHUT_WR);
+    {
+        std::unique_lock<std::shared_mutex> lock(gSockMutex);
+        SockInfo info{SockKind::Route};
+        info.platformEnd = sv[1];
+        gSocks[sv[0]] = info;
+    }
+    return sv[0];
+}
+
+// One received frame for the daemon. Returns the bytes copied, or -1.
+int32_t packetRecv(int fd, const SockInfo& info, zel_msghdr* msg) {
+    alignas(8) static thread_local uint8_t frame[FRAME_MAX];
+    alignas(8) uint8_t control[CMSG_SPACE(sizeof(struct tpacket_auxdata))];
+    // The first read waits as the socket does (the caller has seen it
+    // readable); frames stepped over must not make it wait again.
+    const int osFlags = MSG_TRUNC;
+
+    for (int attempt = 0; attempt < RECV_SKIP_MAX; attempt++) {
+        struct sockaddr_ll from;
+        std::memset(&from, 0, sizeof(from));
+        struct iovec iov = {frame, sizeof(frame)};
+        struct msghdr km;
+        std::memset(&km, 0, sizeof(km));
+        km.msg_name = &from;
+        km.msg_namelen = sizeof(from);
+        km.msg_iov = &iov;
+        km.msg_iovlen = 1;
+        km.msg_control = control;
+        km.msg_controllen = sizeof(control);
+        ssize_t n = ::recvmsg(fd, &km, attempt == 0 ? osFlags : (osFlags | MSG_DONTWAIT));
+        if (n < 0) return fail(errno);
+        if (from.sll_pkttype == PACKET_OUTGOING) continue;           // the host's own frames
+        if (static_cast<size_t>(n) > sizeof(frame)) continue;        // cut: not a discovery frame
+        if (!ifdbTrapOn(from.sll_ifindex)) continue;                 // the port's trap is off
+
+        AuxTag aux;
+        for (struct cmsghdr* c = CMSG_FIRSTHDR(&km); c != nullptr; c = CMSG_NXTHDR(&km, c)) {
+            if (c->cmsg_level != SOL_PACKET || c->cmsg_type != PACKET_AUXDATA ||
+                c->cmsg_len < CMSG_LEN(sizeof(struct tpacket_auxdata)))
+                continue;
+            struct tpacket_auxdata a;
+            std::memcpy(&a, CMSG_DATA(c), sizeof(a));
+            if ((a.tp_status & TP_STATUS_VLAN_VALID) != 0) {
+                aux.valid = true;
+                aux.tci = a.tp_vlan_tci;
+                aux.tpid = (a.tp_status & TP_STATUS_VLAN_TPID_VALID) != 0 ? a.tp_vlan_tpid : ETH_TYPE_8021Q;
+            }
+        }
+        RxFrame rx;
+        if (!pktParseRx(frame, static_cast<size_t>(n), aux, rx)) continue;
+
+        // The data from the PPPoE header on, cut to the caller's buffers.
+        size_t avail = static_cast<size_t>(n) - rx.payloadOffset;
+        size_t copied = 0;
+        for (uint32_t i = 0; msg->msg_iov != nullptr && i < msg->msg_iovlen && copied < avail; i++) {
+            size_t take = std::min(msg->msg_iov[i].iov_len, avail - copied);
+            if (take > 0 && msg->msg_iov[i].iov_base != nullptr) {
+                std::memcpy(msg->msg_iov[i].iov_base, frame + rx.payloadOffset + copied, take);
+                copied += take;
+            }
+        }
+
+        if (msg->msg_name != nullptr && msg->msg_namelen >= sizeof(zel_sockaddr_ll)) {
+            zel_sockaddr_ll addr;
+            std::memset(&addr, 0, sizeof(addr));
+            addr.sll_family = ZEL_AF_PACKET;
+            addr.sll_protocol = htons(ETH_TYPE_PPPOE_DISC);
+            addr.sll_ifindex = from.sll_ifindex;
+            addr.sll_hatype = from.sll_hatype;
+            addr.sll_pkttype = from.sll_pkttype;
+            addr.sll_halen = 6;
+            std::memcpy(addr.sll_addr, rx.src, 6);
+            std::memcpy(msg->msg_name, &addr, sizeof(addr));
+            msg->msg_namelen = sizeof(addr);
+        } else {
+            msg->msg_namelen = 0;
+        }
+
+        uint32_t controlLen = 0;
+        constexpr uint32_t needed = ZEL_CMSG_LEN(sizeof(zel_pkt_rxinfo));
+        if (info.rxInfo && msg->msg_control != nullptr && msg->msg_controllen >= needed) {
+            zel_pkt_rxinfo rxinfo;
+            pktFillRxInfo(rx, static_cast<uint32_t>(from.sll_ifindex), rxinfo);
+            const uint8_t* onu = testOnuInfo();
+            if (onu != nullptr) {
+                uint32_t onuUnit;
+                std::memcpy(&onuUnit, onu, 4);
+                if (onuUnit != 0 && onuUnit == static_cast<uint32_t>(from.sll_ifindex)) {
+                    rxinfo.onuPresent = 1;
+                    std::memcpy(rxinfo.onuInfo, onu, sizeof(rxinfo.onuInfo));
+                    rxinfo.flags |= ZEL_RXINFO_ONU_VALID;
+                }
+            }
+            zel_cmsghdr c{needed, ZEL_SOL_PACKET, ZEL_RX_PKTINFO};
+            std::memcpy(msg->msg_control, &c, sizeof(c));
+            std::memcpy(static_cast<uint8_t*>(msg->msg_control) + ZEL_CMSG_HDRLEN, &rxinfo, sizeof(rxinfo));
+            controlLen = ZEL_CMSG_ALIGN(needed);
+        }
+        msg->msg_controllen = controlLen;
+        msg->msg_flags = 0;
+        return static_cast<int32_t>(copied);
+    }
+    return fail(EAGAIN);
+}
+
+int32_t packetSend(int fd, const zel_msghdr* msg) {
+    if (msg->msg_name == nullptr || msg->msg_namelen < sizeof(zel_sockaddr_ll)) return fail(EDESTADDRREQ);
+    zel_sockaddr_ll to;
+    std::memcpy(&to, msg->msg_name, sizeof(to));
+    if (to.sll_family != ZEL_AF_PACKET || to.sll_ifindex <= 0 || to.sll_halen != 6) return fail(EINVAL);
+
+    zel_pkt_txinfo tx;
+    bool hasTx = pktFindTxInfo(msg->msg_control, msg->msg_control != nullptr ? msg->msg_controllen : 0, tx);
+    uint8_t ifMac[6] = {0, 0, 0, 0, 0, 0};
+    if (!(hasTx && (tx.flags & ZEL_TXINFO_SRC_MAC) != 0) && !ifdbMac(to.sll_ifindex, ifMac)) return fail(ENXIO);
+
+    uint8_t buf[FRAME_MAX];
+    uint16_t etherType = ntohs(to.sll_protocol) != 0 ? ntohs(to.sll_protocol) : ETH_TYPE_PPPOE_DISC;
+    size_t off = pktBuildTxHeader(to.sll_addr, ifMac, hasTx ? &tx : nullptr, etherType, txTpids(), buf);
+    size_t dataLen = 0;
+    for (uint32_t i = 0; msg->msg_iov != nullptr && i < msg->msg_iovlen; i++) {
+        size_t n = msg->msg_iov[i].iov_len;
+        if (n == 0) continue;
+        if (msg->msg_iov[i].iov_base == nullptr) return fail(EFAULT);
+        if (n > sizeof(buf) - off - dataLen) return fail(EMSGSIZE);
+        std::memcpy(buf + off + dataLen, msg->msg_iov[i].iov_base, n);
+        dataLen += n;
+    }
+
+    struct sockaddr_ll dst;
+    std::memset(&dst, 0, sizeof(dst));
+    dst.sll_family = AF_PACKET;
+    std::memcpy(&dst.sll_protocol, buf + 12, 2);  // the outermost type, already in network order
+    dst.sll_ifindex = to.sll_ifindex;
+    dst.sll_halen = 6;
+    std::memcpy(dst.sll_addr, to.sll_addr, 6);
+    ssize_t n = ::sendto(fd, buf, off + dataLen, MSG_DONTWAIT, reinterpret_cast<struct sockaddr*>(&dst), sizeof(dst));
+    if (n < 0) return fail(errno);
+    return static_cast<int32_t>(dataLen);
+}
+
+}  // namespace
+
+// ---- route sockets ---------------------------------------------------------------------
+
+void routeJoin(int daemonFd) {
+    int platformEnd = -1;
+    {
+        std::unique_lock<std::shared_mutex> lock(gSockMutex);
+        auto it = gSocks.find(daemonFd);
+        if (it == gSocks.end() || it->second.kind != SockKind::Route || it->second.joined) return;
+        it->second.joined = true;
+        platformEnd = it->second.platformEnd;
+    }
+    // As at boot, when the device's interfaces appear after its processes:
+    // every interface there is now is announced to the newcomer as new.
+    auto announce = configParseBool(configGetOr("platform.announce", "yes"));
+    if (announce.value_or(true) && platformEnd >= 0) {
+        uint32_t sent = 0;
+        for (const auto& m : ifdbAnnouncements())
+            if (::send(platformEnd, m.data(), m.size(), MSG_DONTWAIT | MSG_NOSIGNAL) == static_cast<ssize_t>(m.size()))
+                sent++;
+        platLog(PLAT_LOG_INFO, "route socket %d: %u interface(s) announced", daemonFd, sent);
+    }
+}
+
+void routeUnregister(int daemonFd) {
+    std::unique_lock<std::shared_mutex> lock(gSockMutex);
+    auto it = gSocks.find(daemonFd);
+    if (it == gSocks.end()) return;
+    if (it->second.platformEnd >= 0) ::close(it->second.platformEnd);
+    gSocks.erase(it);
+}
+
+uint32_t routeDeliver(const std::vector<uint8_t>& msg) {
+    uint32_t delivered = 0;
+    std::shared_lock<std::shared_mutex> lock(gSockMutex);
+    for (const auto& [fd, info] : gSocks) {
+        if (info.kind != SockKind::Route || !info.joined || info.platformEnd < 0) continue;
+        ssize_t n = ::send(info.platformEnd, msg.data(), msg.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (n == static_cast<ssize_t>(msg.size())) delivered++;
+        else platLog(PLAT_LOG_WARNING, "route socket %d: message lost: %s", fd, std::strerror(errno));
+    }
+    return delivered;
+}
+
+}  // namespace linuxplat
+
+using namespace linuxplat;
+
+int32_t zel_socket(int32_t domain, int32_t type, int32_t protocol) {
+    platformStart();
+    if (type != ZEL_SOCK_DGRAM) return fail(EPROTOTYPE);
+    if (domain == ZEL_AF_PACKET) {
+        if (protocol != ZEL_ETH_P_PPPOE_DISC) return fail(EPROTONOSUPPORT);
+        return packetSocket();
+    }
+    if (domain == ZEL_AF_ROUTE) {
+        if (protocol != 0) return fail(EPROTONOSUPPORT);
+        return routeSocket();
+    }
+    return fail(EAFNOSUPPORT);
+}
+
+int32_t zel_bind(int32_t fd, const void* addr, uint32_t addrLen) {
+    SockInfo info;
+    if (!lookup(fd, info)) return fail(EBADF);
+    if (addr == nullptr) return fail(EFAULT);
+    if (info.kind == SockKind::Route) {
+        zel_sockaddr_rt rt;
+        if (addrLen < sizeof(rt)) return fail(EINVAL);
+        std::memcpy(&rt, addr, sizeof(rt));
+        if (rt.rt_family != ZEL_AF_ROUTE) return fail(EAFNOSUPPORT);
+        return 0;
+    }
+    // A packet socket bound to one interface.
+    zel_sockaddr_ll ll;
+    if (addrLen < sizeof(ll)) return fail(EINVAL);
+    std::memcpy(&ll, addr, sizeof(ll));
+    if (ll.sll_family != ZEL_AF_PACKET) return fail(EAFNOSUPPORT);
+    struct sockaddr_ll k;
+    std::memset(&k, 0, sizeof(k));
+    k.sll_family = AF_PACKET;
+    k.sll_protocol = htons(ETH_P_ALL);
+    k.sll_ifindex = ll.sll_ifindex;
+    if (::bind(fd, reinterpret_cast<struct sockaddr*>(&k), sizeof(k)) != 0) return fail(errno);
+    return 0;
+}
+
+int32_t zel_setsockopt(int32_t fd, int32_t level, int32_t option, const void* value, uint32_t valueLen) {
+    SockInfo info;
+    if (!lookup(fd, info)) return fail(EBADF);
+    if (value == nullptr) return fail(EFAULT);
+    if (valueLen != 4) return fail(EINVAL);
+    int32_t v;
+    std::memcpy(&v, value, 4);
+
+    if (level == ZEL_SOL_SOCKET && option == ZEL_SO_RCVBUF) {
+        int size = v;
+        // Root may go past net.core.rmem_max; anyone else gets what the cap allows.
+        if (::setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof(size)) == 0) return 0;
+        if (::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &size, sizeof(size)) == 0) return 0;
+        return fail(errno);
+    }
+    if (level == ZEL_SOL_SOCKET && option == ZEL_SO_NAME) {
+        std::unique_lock<std::shared_mutex> lock(gSockMutex);
+        auto it = gSocks.find(fd);
+        if (it == gSocks.end()) return fail(EBADF);
+        it->second.name = v;
+        return 0;
+    }
+    if (level == ZEL_SOL_PACKET && option == ZEL_RX_PKTINFO && info.kind == SockKind::Packet) {
+        int on = v != 0 ? 1 : 0;
+        if (::setsockopt(fd, SOL_PACKET, PACKET_AUXDATA, &on, sizeof(on)) != 0) return fail(errno);
+        std::unique_lock<std::shared_mutex> lock(gSockMutex);
+        auto it = gSocks.find(fd);
+        if (it == gSocks.end()) return fail(EBADF);
+        it->second.rxInfo = on != 0;
+        return 0;
+    }
+    if (level == ZEL_SOL_ROUTE && option == ZEL_ADD_MEMBERSHIP && info.kind == SockKind::Route) {
+        if (v != 1) return fail(EINVAL);  // the platform has one group: interface events
+        routeJoin(fd);
+        return 0;
+    }
+    return fail(ENOPROTOOPT);
+}
+
+int32_t zel_select(int32_t nfds, zel_fd_set* readSet, zel_fd_set* writeSet, zel_fd_set* exceptSet,
+                   zel_timeval* timeout) {
+    if (nfds < 0 || nfds > ZEL_FD_SETSIZE) return fail(EINVAL);
+    std::vector<struct pollfd> fds;
+    for (int32_t fd = 0; fd < nfds; fd++) {
+        short events = 0;
+        if (readSet != nullptr && ZEL_FD_ISSET(fd, readSet)) events |= POLLIN;
+        if (writeSet != nullptr && ZEL_FD_ISSET(fd, writeSet)) events |= POLLOUT;
+        if (exceptSet != nullptr && ZEL_FD_ISSET(fd, exceptSet)) events |= POLLPRI;
+        if (events != 0) fds.push_back(pollfd{fd, events, 0});
+    }
+    int ms = -1;
+    if (timeout != nullptr) {
+        if (timeout->tv_sec < 0 || timeout->tv_usec < 0) return fail(EINVAL);
+        int64_t total = timeout->tv_sec * 1000 + timeout->tv_usec / 1000;
+        ms = total > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(total);
+    }
+    int rc = ::poll(fds.data(), fds.size(), ms);
+    if (rc < 0) return fail(errno);
+    if (readSet != nullptr) ZEL_FD_ZERO(readSet);
+    if (writeSet != nullptr) ZEL_FD_ZERO(writeSet);
+    if (exceptSet != nullptr) ZEL_FD_ZERO(exceptSet);
+    int32_t count = 0;
+    for (const struct pollfd& p : fds) {
+        if ((p.revents & POLLNVAL) != 0) return fail(EBADF);
+        if ((p.events & POLLIN) != 0 && (p.revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
+            ZEL_FD_SET(p.fd, readSet);
+            count++;
+        }
+        if ((p.events & POLLOUT) != 0 && (p.revents & (POLLOUT | POLLHUP | POLLERR)) != 0) {
+            ZEL_FD_SET(p.fd, writeSet);
+            count++;
+        }
+        if ((p.events & POLLPRI) != 0 && (p.revents & POLLPRI) != 0) {
+            ZEL_FD_SET(p.fd, exceptSet);
+            count++;
+        }
+    }
+    return count;
+}
+
+int32_t zel_recv(int32_t fd, void* buf, uint32_t len, int32_t) {
+    SockInfo info;
+    if (!lookup(fd, info)) return fail(EBADF);
+    if (buf == nullptr && len > 0) return fail(EFAULT);
+    if (info.kind == SockKind::Packet) {
+        zel_iovec iov{buf, len};
+        zel_msghdr msg{nullptr, 0, &iov, 1, nullptr, 0, 0};
+        return packetRecv(fd, info, &msg);
+    }
+    ssize_t n = ::recv(fd, buf, len, 0);
+    if (n < 0) return fail(errno);
+    return static_cast<int32_t>(n);
+}
+
+int32_t zel_recvmsg(int32_t fd, zel_msghdr* msg, int32_t) {
+    SockInfo info;
+    if (!lookup(fd, info)) return fail(EBADF);
+    if (msg == nullptr) return fail(EFAULT);
+    if (info.kind == SockKind::Packet) return packetRecv(fd, info, msg);
+    // A route socket: data only.
+    std::vector<struct iovec> iov;
+    for (uint32_t i = 0; msg->msg_iov != nullptr && i < msg->msg_iovlen && i < 64; i++)
+        iov.push_back(iovec{msg->msg_iov[i].iov_base, msg->msg_iov[i].iov_len});
+    struct msghdr km;
+    std::memset(&km, 0, sizeof(km));
+    km.msg_iov = iov.data();
+    km.msg_iovlen = iov.size();
+    ssize_t n = ::recvmsg(fd, &km, 0);
+    if (n < 0) return fail(errno);
+    msg->msg_namelen = 0;
+    msg->msg_controllen = 0;
+    msg->msg_flags = 0;
+    return static_cast<int32_t>(n);
+}
+
+int32_t zel_sendmsg(int32_t fd, const zel_msghdr* msg, int32_t) {
+    SockInfo info;
+    if (!lookup(fd, info)) return fail(EBADF);
+    if (msg == nullptr) return fail(EFAULT);
+    if (info.kind != SockKind::Packet) return fail(EOPNOTSUPP);
+    return packetSend(fd, msg);
+}
+
+int32_t zel_close(int32_t fd) {
+    SockInfo info;
+    if (!lookup(fd, info)) return fail(EBADF);  // never a descriptor the platform did not open
+    if (info.kind == SockKind::Route) routeUnregister(fd);
+    else {
+        std::unique_lock<std::shared_mutex> lock(gSockMutex);
+        gSocks.erase(fd);
+    }
+    if (::close(fd) != 0) return fail(errno);
+    return 0;
+}
+
+int32_t errnoGet(void) { return tLastErrno; }

@@ -1,0 +1,183 @@
+// The configuration file parser, on canned text.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include <fstream>
+#include <sstream>
+
+#include "platform/linux/config.h"
+
+namespace {
+
+using linuxplat::configParse;
+using linuxplat::configParseBool;
+using linuxplat::configParseMac;
+using linuxplat::configParsePort;
+using linuxplat::configParseU32;
+using linuxplat::PortSpec;
+
+TEST(ConfigParse, KeysValuesCommentsAndBlanks) {
+    auto c = configParse(
+        "# a comment\n"
+        "\n"
+        "  pppoeplus.defaultenable = true  \n"
+        "pppoeplus.poncommontype=pon-onu\r\n"
+        "\t# indented comment\n"
+        "platform.devicename = \"olt one\"\n",
+        "f.conf");
+    EXPECT_TRUE(c.messages.empty()) << c.messages[0];
+    EXPECT_EQ("true", c.values["pppoeplus.defaultenable"]);
+    EXPECT_EQ("pon-onu", c.values["pppoeplus.poncommontype"]);
+    EXPECT_EQ("olt one", c.values["platform.devicename"]);
+}
+
+TEST(ConfigParse, BadLinesAreReportedWithFileAndLineAndIgnored) {
+    auto c = configParse(
+        "pppoeplus.enable = true\n"
+        "no equals sign\n"
+        " = value\n"
+        "other.key = 1\n"
+        "pppoeplus.unknown = 1\n"
+        "platform.nosuch = 1\n"
+        "bad key! = 1\n"
+        "port.eth1 = kind=wifi\n"
+        "port.bad/name = kind=eth\n"
+        "pppoeplus.maxifnum = 4\n",
+        "/etc/x.conf");
+    ASSERT_EQ(8u, c.messages.size());
+    EXPECT_EQ("/etc/x.conf:2: expected 'key = value', ignored", c.messages[0]);
+    EXPECT_EQ("/etc/x.conf:3: empty key, ignored", c.messages[1]);
+    EXPECT_NE(std::string::npos, c.messages[2].find("/etc/x.conf:4: unknown key 'other.key'"));
+    EXPECT_NE(std::string::npos, c.messages[3].find("/etc/x.conf:5: unknown option 'pppoeplus.unknown'"));
+    EXPECT_NE(std::string::npos, c.messages[4].find("/etc/x.conf:6: unknown setting"));
+    EXPECT_NE(std::string::npos, c.messages[5].find("/etc/x.conf:7: bad characters"));
+    EXPECT_NE(std::string::npos, c.messages[6].find("/etc/x.conf:8: port eth1: unknown kind 'wifi'"));
+    EXPECT_NE(std::string::npos, c.messages[7].find("/etc/x.conf:9: 'bad/name' is not an interface name"));
+    EXPECT_EQ(2u, c.values.size());
+    EXPECT_EQ("4", c.values["pppoeplus.maxifnum"]);
+    EXPECT_TRUE(c.ports.empty());
+}
+
+TEST(ConfigParse, LongLinesNulBytesAndLongValuesAreRefused) {
+    std::string text = "pppoeplus.enable = " + std::string(2000, 'x') + "\n";
+    text += std::string("platform.devicename = a\0b\n", 26);
+    text += "platform.devicename = " + std::string(600, 'y') + "\n";
+    text += "pppoeplus.maxifnum = 3";  // no final line end
+    auto c = configParse(text, "f");
+    ASSERT_EQ(3u, c.messages.size());
+    EXPECT_NE(std::string::npos, c.messages[0].find("f:1: line longer than 1024"));
+    EXPECT_NE(std::string::npos, c.messages[1].find("f:2: line holds a NUL byte"));
+    EXPECT_NE(std::string::npos, c.messages[2].find("f:3: value of 'platform.devicename' too long"));
+    EXPECT_EQ(1u, c.values.size());
+    EXPECT_EQ("3", c.values["pppoeplus.maxifnum"]);
+}
+
+TEST(ConfigParse, RepeatedKeyKeepsTheLastAndSaysSo) {
+    auto c = configParse("platform.vendorid = 1\nplatform.vendorid = 2\n", "f");
+    ASSERT_EQ(1u, c.messages.size());
+    EXPECT_EQ("f:2: 'platform.vendorid' given again, this line counts", c.messages[0]);
+    EXPECT_EQ("2", c.values["platform.vendorid"]);
+}
+
+TEST(ConfigParse, PortLines) {
+    auto c = configParse(
+        "port.eth1 = kind=eth slot=2 port=5 sys=1\n"
+        "port.bond0 = kind=ethagg port=3\n"
+        "port.pon1 = kind=gpon,slot=4\n"
+        "port.br0 = kind=none\n",
+        "f");
+    EXPECT_TRUE(c.messages.empty());
+    ASSERT_EQ(4u, c.ports.size());
+    const PortSpec& e = c.ports["eth1"];
+    EXPECT_EQ(1u, e.ondType.value());
+    EXPECT_EQ(2u, e.slot.value());
+    EXPECT_EQ(5u, e.port.value());
+    EXPECT_EQ(1u, e.sys.value());
+    EXPECT_FALSE(e.subPort.has_value());
+    EXPECT_EQ(2u, c.ports["bond0"].ondType.value());
+    EXPECT_EQ(11u, c.ports["pon1"].ondType.value());
+    EXPECT_EQ(4u, c.ports["pon1"].slot.value());
+    EXPECT_EQ(0u, c.ports["br0"].ondType.value());
+}
+
+TEST(ConfigParse, PortWordsAreChecked) {
+    PortSpec s;
+    std::string err;
+    EXPECT_FALSE(configParsePort("", s, err));
+    EXPECT_EQ("empty port description", err);
+    EXPECT_FALSE(configParsePort("kind", s, err));
+    EXPECT_FALSE(configParsePort("slot=", s, err));
+    EXPECT_FALSE(configParsePort("=3", s, err));
+    EXPECT_FALSE(configParsePort("slot=x", s, err));
+    EXPECT_EQ("'slot' needs a number, found 'x'", err);
+    EXPECT_FALSE(configParsePort("colour=3", s, err));
+    EXPECT_FALSE(configParsePort("port=99999999999", s, err));
+    EXPECT_TRUE(configParsePort("subport=0x10", s, err));
+    EXPECT_EQ(16u, s.subPort.value());
+}
+
+TEST(ConfigParse, Numbers) {
+    uint32_t v = 0;
+    EXPECT_TRUE(configParseU32("3561", v));
+    EXPECT_EQ(3561u, v);
+    EXPECT_TRUE(configParseU32(" 0x00000DE9 ", v));
+    EXPECT_EQ(0xDE9u, v);
+    EXPECT_TRUE(configParseU32("4294967295", v));
+    EXPECT_FALSE(configParseU32("4294967296", v));
+    EXPECT_FALSE(configParseU32("", v));
+    EXPECT_FALSE(configParseU32("0x", v));
+    EXPECT_FALSE(configParseU32("-1", v));
+    EXPECT_FALSE(configParseU32("12a", v));
+}
+
+TEST(ConfigParse, MacAddresses) {
+    uint8_t mac[6] = {};
+    EXPECT_TRUE(configParseMac("00:1a:2B:3c:4d:5e", mac));
+    const uint8_t want[6] = {0x00, 0x1a, 0x2b, 0x3c, 0x4d, 0x5e};
+    EXPECT_EQ(0, std::memcmp(want, mac, 6));
+    EXPECT_TRUE(configParseMac("00-1a-2b-3c-4d-5f", mac));
+    EXPECT_FALSE(configParseMac("00:1a:2b:3c:4d", mac));
+    EXPECT_FALSE(configParseMac("00:1a:2b:3c:4d:5g", mac));
+    EXPECT_FALSE(configParseMac("001a:2b:3c:4d:5e:6", mac));
+}
+
+TEST(ConfigParse, Truth) {
+    EXPECT_EQ(true, configParseBool("yes"));
+    EXPECT_EQ(true, configParseBool("on"));
+    EXPECT_EQ(false, configParseBool("off"));
+    EXPECT_EQ(false, configParseBool("False"));
+    EXPECT_EQ(std::nullopt, configParseBool("maybe"));
+    EXPECT_EQ(std::nullopt, configParseBool(""));
+}
+
+TEST(ConfigExample, ReadsWithoutComplaintAndNamesEveryKey) {
+    std::ifstream in(std::string(PPPOEPLUS_SOURCE_DIR) + "/examples/pppoeplus.conf");
+    ASSERT_TRUE(in.good());
+    std::stringstream ss;
+    ss << in.rdbuf();
+    std::string text = ss.str();
+    auto c = configParse(text, "pppoeplus.conf");
+    EXPECT_TRUE(c.messages.empty()) << c.messages[0];
+    // Every key, set or commented out, with what it does.
+    for (const char* key :
+         {"pppoeplus.enable", "pppoeplus.maxifnum", "pppoeplus.maxsubsysnum", "pppoeplus.poncommontype",
+          "pppoeplus.defaultenable", "pppoeplus.defaultportenable", "pppoeplus.ethifenable",
+          "pppoeplus.ethaggifenable", "pppoeplus.gponifenable", "pppoeplus.ponaggifenable", "platform.vendorid",
+          "platform.sysmac", "platform.devicename", "platform.sysname", "platform.exclude", "platform.group",
+          "platform.hwrule", "platform.nft", "platform.nfttable", "platform.tpid.single", "platform.tpid.outer",
+          "platform.tpid.inner", "platform.taskpolicy", "platform.loglevel", "platform.announce", "port.eth1"})
+        EXPECT_NE(std::string::npos, text.find(std::string(key) + " = ")) << key;
+    // Uncommenting every example line still reads cleanly.
+    std::string all;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+        all += (line.size() > 1 && line[0] == '#' && line[1] != ' ' && line[1] != '#' && line[1] != '-' ? line.substr(1)
+                                                                                                       : line) +
+               "\n";
+    auto every = configParse(all, "all");
+    EXPECT_TRUE(every.messages.empty()) << every.messages[0];
+    EXPECT_EQ(4u, every.ports.size());
+}
+
+}  // namespace

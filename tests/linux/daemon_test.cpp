@@ -1,0 +1,325 @@
+// pppoeplusd itself in a network namespace: it starts from a configuration
+// file, serves its command service and shell, puts its hardware rules in
+// place, and leaves nothing behind when it is stopped; a start-up that fails
+// ends with status -1 and says why.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <linux/if_ether.h>
+#include <linux/if_packet.h>
+#include <net/if.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "lt_netns.h"
+#include "platform/linux/cmd_proto.h"
+
+#ifndef PPPOEPLUSD_PATH
+#error "PPPOEPLUSD_PATH names the daemon binary"
+#endif
+
+namespace {
+
+bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+// Waits until `what` holds, at most `ms`.
+template <typename F>
+bool eventually(F what, int ms = 5000) {
+    for (int waited = 0; waited < ms; waited += 50) {
+        if (what()) return true;
+        ::usleep(50000);
+    }
+    return what();
+}
+
+class DaemonTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        LT_NEED_NETNS();
+        ns_ = std::make_unique<lt::Netns>();
+        ASSERT_TRUE(ns_->ok());
+        ASSERT_EQ(0, ns_->sh("ip link add d1 type veth peer name d2 && ip link set d1 up && ip link set d2 up"));
+        log_ = dir_.path() + "/stderr.txt";
+    }
+    void TearDown() override {
+        if (daemon_.pid > 0 && lt::waitFor(daemon_.pid, 0) == -1) {
+            ::kill(daemon_.pid, SIGKILL);
+            lt::waitFor(daemon_.pid, 5000);
+        }
+    }
+
+    void start(const std::string& conf) {
+        daemon_ = lt::spawn({"ip", "netns", "exec", ns_->name(), PPPOEPLUSD_PATH},
+                            {"PPPOEPLUS_CONF=" + conf, "PPPOEPLUS_LOG=stderr", "PPPOEPLUS_ROOT=" + dir_.path()}, log_);
+    }
+
+    std::unique_ptr<lt::Netns> ns_;
+    lt::TempDir dir_;
+    std::string log_;
+    lt::Process daemon_;
+};
+
+TEST_F(DaemonTest, StartsFromItsConfigurationServesAndStopsCleanly) {
+    bool nft = lt::sh("command -v nft >/dev/null 2>&1") == 0;
+    std::string conf = dir_.file("pppoeplus.conf",
+                                 "# lab\n"
+                                 "pppoeplus.defaultenable = true\n"
+                                 "pppoeplus.defaultportenable = true\n"
+                                 "port.d2 = kind=eth slot=1 port=2\n"
+                                 "this line is wrong\n");
+    start(conf);
+    std::string cmd = dir_.path() + "/pppoeplusNm.socket";
+    std::string shell = dir_.path() + "/pppoeplusShell.socket";
+    ASSERT_TRUE(lt::waitForPath(cmd, 10000)) << lt::readFile(log_);
+    ASSERT_TRUE(lt::waitForPath(shell, 1000));
+    ASSERT_TRUE(eventually([&] { return contains(lt::readFile(log_), "pppoeplusd running"); })) << lt::readFile(log_);
+    std::string log = lt::readFile(log_);
+    EXPECT_TRUE(contains(log, "pppoeplusd starting")) << log;
+    EXPECT_TRUE(contains(log, "configuration: " + conf)) << log;
+    EXPECT_TRUE(contains(log, conf + ":5: expected 'key = value', ignored")) << log;
+
+    // Every port of the namespace was announced and, all ports being on by
+    // default, got its hardware rule.
+    if (nft) {
+        EXPECT_TRUE(eventually([&] {
+            std::string set = ns_->out("nft list set bridge pppoeplus ports 2>/dev/null");
+            return contains(set, "\"d1\"") && contains(set, "\"d2\"");
+        })) << ns_->out("nft list ruleset");
+    }
+
+    // The command service answers with a reply of the call's kind.
+    cmdp::CallRequest req;
+    req.code = 1;
+    req.cmd = 10;  // the default vendor id
+    req.valueKind = cmdp::VALUE_U32;
+    cmdp::CallReply reply;
+    std::string error;
+    ASSERT_EQ(0, cmdp::call(cmd, req, reply, error)) << error;
+    if (reply.result == 0) EXPECT_EQ(3561u, reply.lenWord);
+    else EXPECT_EQ(cmdp::ERR_UNSUPPORTED, reply.result) << "a row without its entry point yet";
+
+    // A request that lies about its length is refused; the daemon goes on serving.
+    int fd = cmdp::connectTo(cmd);
+    ASSERT_GE(fd, 0);
+    std::vector<uint8_t> lie = cmdp::callRequestEncode(req, 2);
+    lie[4] = 0x7F;
+    ASSERT_TRUE(cmdp::writeAll(fd, lie));
+    cmdp::Frame f;
+    ASSERT_EQ(0, cmdp::readFrame(fd, cmdp::MAX_REPLY_BODY, 5000, f));
+    EXPECT_EQ(cmdp::KIND_ERROR, f.header.kind);
+    ::close(fd);
+    cmdp::CallReply again;
+    ASSERT_EQ(0, cmdp::call(cmd, req, again, error)) << error;
+    EXPECT_EQ(reply.result, again.result);
+
+    // The shell reaches the daemon's own test switch and refuses the rest.
+    cmdp::ShellRequest sreq;
+    sreq.name = "gPppoeplusTestForward";
+    cmdp::ShellReply sreply;
+    ASSERT_EQ(0, cmdp::shell(shell, sreq, sreply, error)) << error;
+    EXPECT_EQ(0, sreply.status) << sreply.output;
+    EXPECT_EQ(0, sreply.result);
+    sreq.name = "system";
+    ASSERT_EQ(0, cmdp::shell(shell, sreq, sreply, error));
+    EXPECT_EQ(cmdp::ERR_DENIED, sreply.status);
+    sreq.name = "pppoeplusShow";
+    ASSERT_EQ(0, cmdp::shell(shell, sreq, sreply, error));
+    EXPECT_TRUE(sreply.status == 0 || sreply.status == cmdp::ERR_NOT_FOUND) << sreply.status;
+
+    // Interfaces created now are followed.
+    ASSERT_EQ(0, ns_->sh("ip link add d3 type veth peer name d4 && ip link set d3 up"));
+    if (nft) {
+        EXPECT_TRUE(eventually([&] {
+            return contains(ns_->out("nft list set bridge pppoeplus ports 2>/dev/null"), "\"d3\"");
+        }));
+    }
+
+    ASSERT_EQ(0, ::kill(daemon_.pid, SIGTERM));
+    int status = lt::waitFor(daemon_.pid, 5000);
+    ASSERT_NE(-1, status) << "did not stop";
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(0, WEXITSTATUS(status));
+    daemon_.pid = -1;
+    EXPECT_TRUE(contains(lt::readFile(log_), "stopping on signal 15"));
+    EXPECT_EQ("", ns_->out("nft list ruleset"));
+    struct stat st;
+    EXPECT_NE(0, ::stat(cmd.c_str(), &st)) << "command socket left behind";
+    EXPECT_NE(0, ::stat(shell.c_str(), &st)) << "shell socket left behind";
+}
+
+// A raw socket of the test on `ifName`.
+int rawOn(const char* ifName) {
+    int fd = ::socket(AF_PACKET, SOCK_RAW, htons(ETH_P_ALL));
+    struct sockaddr_ll a;
+    std::memset(&a, 0, sizeof(a));
+    a.sll_family = AF_PACKET;
+    a.sll_protocol = htons(ETH_P_ALL);
+    a.sll_ifindex = static_cast<int>(if_nametoindex(ifName));
+    if (fd < 0 || ::bind(fd, reinterpret_cast<struct sockaddr*>(&a), sizeof(a)) != 0) return -1;
+    int one = 1;
+    ::setsockopt(fd, SOL_PACKET, PACKET_AUXDATA, &one, sizeof(one));
+    return fd;
+}
+
+// Discovery frames from `src` entering on `fd` within `ms`, each with the
+// VLAN id the kernel took out of it (0: none).
+std::vector<std::pair<std::vector<uint8_t>, int>> discoveryFrom(int fd, const uint8_t src[6], int ms) {
+    std::vector<std::pair<std::vector<uint8_t>, int>> out;
+    for (;;) {
+        struct pollfd p = {fd, POLLIN, 0};
+        if (::poll(&p, 1, ms) <= 0) return out;
+        uint8_t buf[2048];
+        alignas(8) uint8_t control[256];
+        struct sockaddr_ll from;
+        struct iovec iov = {buf, sizeof(buf)};
+        struct msghdr m;
+        std::memset(&m, 0, sizeof(m));
+        m.msg_name = &from;
+        m.msg_namelen = sizeof(from);
+        m.msg_iov = &iov;
+        m.msg_iovlen = 1;
+        m.msg_control = control;
+        m.msg_controllen = sizeof(control);
+        ssize_t n = ::recvmsg(fd, &m, 0);
+        if (n < 20 || from.sll_pkttype == PACKET_OUTGOING || std::memcmp(buf + 6, src, 6) != 0) continue;
+        if (buf[12] != 0x88 || buf[13] != 0x63) continue;
+        int vid = 0;
+        for (struct cmsghdr* c = CMSG_FIRSTHDR(&m); c != nullptr; c = CMSG_NXTHDR(&m, c)) {
+            struct tpacket_auxdata a;
+            if (c->cmsg_level != SOL_PACKET || c->cmsg_type != PACKET_AUXDATA) continue;
+            std::memcpy(&a, CMSG_DATA(c), sizeof(a));
+            if (a.tp_status & TP_STATUS_VLAN_VALID) vid = a.tp_vlan_tci & 0xfff;
+        }
+        out.emplace_back(std::vector<uint8_t>(buf, buf + n), vid);
+    }
+}
+
+// The offset of tag `type` in the PPPoE payload of an untagged discovery
+// frame, or 0.
+size_t findTag(const std::vector<uint8_t>& f, uint16_t type) {
+    if (f.size() < 20) return 0;
+    size_t end = 20 + ((f[18] << 8) | f[19]);
+    for (size_t off = 20; off + 4 <= end && off + 4 <= f.size();) {
+        uint16_t t = static_cast<uint16_t>((f[off] << 8) | f[off + 1]);
+        uint16_t len = static_cast<uint16_t>((f[off + 2] << 8) | f[off + 3]);
+        if (t == type) return off;
+        off += 4 + len;
+    }
+    return 0;
+}
+
+TEST_F(DaemonTest, ADiscoveryFrameCrossesTheAgentTaggedAndOnlyOnce) {
+    if (lt::sh("command -v nft >/dev/null 2>&1") != 0) GTEST_SKIP() << "the nft tool is not installed";
+    // client c1 -- p1 [bridge br0] p2 -- s2 server side; the agent serves p1 and p2.
+    ASSERT_EQ(0, ns_->sh("ip link add c1 type veth peer name p1 && ip link add s2 type veth peer name p2 && "
+                         "ip link add br0 type bridge && ip link set p1 master br0 && ip link set p2 master br0 && "
+                         "for i in c1 p1 s2 p2 br0; do ip link set $i up; done"));
+    std::string conf = dir_.file("pppoeplus.conf",
+                                 "pppoeplus.defaultenable = true\n"
+                                 "pppoeplus.defaultportenable = true\n"
+                                 "platform.exclude = c1 s2 d1 d2\n");
+    start(conf);
+    std::string cmd = dir_.path() + "/pppoeplusNm.socket";
+    ASSERT_TRUE(lt::waitForPath(cmd, 10000)) << lt::readFile(log_);
+    ASSERT_TRUE(eventually([&] {
+        std::string set = ns_->out("nft list set bridge pppoeplus ports 2>/dev/null");
+        return contains(set, "\"p1\"") && contains(set, "\"p2\"");
+    })) << lt::readFile(log_);
+
+    // p2 is the uplink: trusted.
+    uint32_t p2 = static_cast<uint32_t>(std::stoul(ns_->out("cat /sys/class/net/p2/ifindex")));
+    cmdp::CallRequest trust;
+    trust.code = 7;  // interface set
+    trust.unit = p2;
+    trust.cmd = 1;  // trust
+    trust.valueKind = cmdp::VALUE_U32;
+    trust.lenWord = 1;  // true
+    cmdp::CallReply reply;
+    std::string error;
+    ASSERT_EQ(0, cmdp::call(cmd, trust, reply, error)) << error;
+    if (reply.result == cmdp::ERR_UNSUPPORTED) GTEST_SKIP() << "the daemon does not serve interface commands yet";
+    ASSERT_EQ(0, reply.result);
+    // A trusted port loses its hardware rule: server replies pass the bridge.
+    EXPECT_TRUE(eventually([&] {
+        return !contains(ns_->out("nft list set bridge pppoeplus ports 2>/dev/null"), "\"p2\"");
+    }));
+
+    auto r = lt::runChild(ns_->name(), {}, [] {
+        const uint8_t client[6] = {0x02, 0x00, 0x00, 0x00, 0x0c, 0x01};
+        int c1 = rawOn("c1");
+        int s2 = rawOn("s2");
+        CHECK_TRUE(c1 >= 0 && s2 >= 0);
+        for (int vid : {0, 100}) {
+            std::vector<uint8_t> padi = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0x02, 0x00, 0x00, 0x00, 0x0c, 0x01};
+            if (vid != 0) {
+                const uint8_t tag[4] = {0x81, 0x00, 0x00, static_cast<uint8_t>(vid)};
+                padi.insert(padi.end(), tag, tag + 4);
+            }
+            // PADI with a Service-Name tag.
+            const uint8_t rest[] = {0x88, 0x63, 0x11, 0x09, 0x00, 0x00, 0x00, 0x04, 0x01, 0x01, 0x00, 0x00};
+            padi.insert(padi.end(), rest, rest + sizeof(rest));
+            CHECK_TRUE(::send(c1, padi.data(), padi.size(), 0) == static_cast<ssize_t>(padi.size()));
+            auto got = discoveryFrom(s2, client, 600);
+            // Exactly one copy: the agent's, with its Vendor-Specific tag and the
+            // client's VLAN id; the bridge forwarded nothing.
+            CHECK_EQ(static_cast<size_t>(1), got.size());
+            if (got.size() != 1) continue;
+            const auto& f = got[0].first;
+            CHECK_EQ(vid, got[0].second);
+            CHECK_EQ(0x09, static_cast<int>(f[15]));
+            size_t vs = findTag(f, 0x0105);
+            CHECK_TRUE(vs != 0);
+            if (vs != 0 && vs + 8 <= f.size()) {
+                uint32_t vendor = (uint32_t(f[vs + 4]) << 24) | (f[vs + 5] << 16) | (f[vs + 6] << 8) | f[vs + 7];
+                CHECK_EQ(3561u, vendor);
+            }
+            CHECK_TRUE(findTag(f, 0x0101) != 0);  // the client's own tag is still there
+        }
+    });
+    EXPECT_TRUE(r.ok()) << r.failures << lt::readFile(log_);
+
+    ASSERT_EQ(0, ::kill(daemon_.pid, SIGTERM));
+    ASSERT_NE(-1, lt::waitFor(daemon_.pid, 5000));
+    daemon_.pid = -1;
+    EXPECT_EQ("", ns_->out("nft list ruleset"));
+}
+
+TEST_F(DaemonTest, ARefusedOptionEndsTheStartWithMinusOne) {
+    start(dir_.file("bad.conf", "pppoeplus.poncommontype = olt\n"));
+    int status = lt::waitFor(daemon_.pid, 10000);
+    ASSERT_NE(-1, status);
+    daemon_.pid = -1;
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(255, WEXITSTATUS(status));
+    std::string log = lt::readFile(log_);
+    EXPECT_TRUE(contains(log, "start-up failed, exiting with status -1")) << log;
+    EXPECT_TRUE(contains(log, "pppoeplus.poncommontype = 'olt'")) << log;
+    EXPECT_EQ("", ns_->out("nft list ruleset"));
+}
+
+TEST_F(DaemonTest, WithoutPermissionForThePacketSocketTheStartFails) {
+    // Not root: the packet socket is refused. No namespace is needed for that.
+    ASSERT_EQ(0, ::chmod(dir_.path().c_str(), 0777));
+    std::string conf = dir_.file("c.conf", "pppoeplus.defaultenable = true\n");
+    ASSERT_EQ(0, ::chmod(conf.c_str(), 0644));
+    daemon_ = lt::spawn({PPPOEPLUSD_PATH},
+                        {"PPPOEPLUS_CONF=" + conf, "PPPOEPLUS_LOG=stderr", "PPPOEPLUS_ROOT=" + dir_.path()}, log_,
+                        65534);
+    int status = lt::waitFor(daemon_.pid, 10000);
+    ASSERT_NE(-1, status);
+    daemon_.pid = -1;
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(255, WEXITSTATUS(status));
+    std::string log = lt::readFile(log_);
+    EXPECT_TRUE(contains(log, "packet socket: Operation not permitted")) << log;
+    EXPECT_TRUE(contains(log, "start-up failed, exiting with status -1")) << log;
+}
+
+}  // namespace
