@@ -28,7 +28,7 @@ constexpr const char* KNOWN_PLATFORM[] = {
     "platform.vendorid",   "platform.sysmac",     "platform.devicename", "platform.sysname",
     "platform.exclude",    "platform.group",      "platform.hwrule",     "platform.nft",
     "platform.nfttable",   "platform.tpid.single", "platform.tpid.outer", "platform.tpid.inner",
-    "platform.taskpolicy", "platform.loglevel",  "platform.announce",
+    "platform.taskpolicy", "platform.loglevel",  "platform.announce",   "platform.rxring",
 };
 
 std::string_view trim(std::string_view s) {

@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -34,6 +35,9 @@ std::once_flag gOnce;
 std::shared_mutex gTableMutex;
 // Never destroyed: the event thread may still run while the process ends.
 LinkTable& gTable = *new LinkTable;
+// Bumped (under the table's lock) whenever the table changes: answers
+// computed from an older table are not used again.
+std::atomic<uint64_t> gTableGeneration{1};
 int gEventsFd = -1;
 
 struct ProtoState {
@@ -137,6 +141,7 @@ void applyEvents(const std::vector<std::pair<LinkEvent, LinkInfo>>& events) {
         {
             std::unique_lock<std::shared_mutex> lock(gTableMutex);
             change = linkApply(gTable, ev, link);
+            gTableGeneration.fetch_add(1, std::memory_order_relaxed);
             const LinkInfo* now = gTable.find(link.ifindex);
             name = now != nullptr ? now->name : link.name;
         }
@@ -212,6 +217,7 @@ void start() {
     {
         std::unique_lock<std::shared_mutex> lock(gTableMutex);
         gTable.links = std::move(links);
+        gTableGeneration.fetch_add(1, std::memory_order_relaxed);
     }
     for (const auto& m : config().ports)
         if (ifdbUnitByName(m.first) == 0)
@@ -240,6 +246,11 @@ void putU32(void* dst, uint32_t v) { std::memcpy(dst, &v, sizeof(v)); }
 }  // namespace
 
 void ifdbStart() { std::call_once(gOnce, start); }
+
+size_t ifdbProtoStates() {
+    std::lock_guard<std::mutex> lock(gProtoMutex);
+    return gProto.size() + gRuleName.size();
+}
 
 bool ifdbTrapOn(int32_t ifindex) {
     std::shared_lock<std::shared_mutex> lock(gTrapMutex);
@@ -344,8 +355,28 @@ uint32_t zelIfSetApi(uint32_t unit, uint32_t attr, void* value) {
     const bool on = attr == ZEL_IF_ATTR_PROTO_DFLT_ON || attr == ZEL_IF_ATTR_PROTO_ON;
     const bool dflt = attr == ZEL_IF_ATTR_PROTO_DFLT_ON || attr == ZEL_IF_ATTR_PROTO_DFLT_OFF;
     const std::string name = ifdbName(unit);
-    // Switching off what a vanished interface had is not an error.
-    if (on && name.empty()) return static_cast<uint32_t>(ZEL_ERR_NOT_FOUND);
+    // Switching off what a vanished interface had is not an error, and
+    // nothing is kept for it: the daemon switches a port's protocols off
+    // when it hears the port is gone, after the platform forgot the port.
+    if (name.empty()) {
+        if (on) return static_cast<uint32_t>(ZEL_ERR_NOT_FOUND);
+        std::lock_guard<std::mutex> lock(gProtoMutex);
+        gProto.erase({unit, proto.protoId});
+        if (proto.protoId == ZEL_PROTO_PPPOEPLUS) {
+            std::unique_lock<std::shared_mutex> trap(gTrapMutex);
+            gTrap.erase(static_cast<int32_t>(unit));
+        }
+        if (proto.protoId == ZEL_PROTO_PPPOEPLUS_HW && !dflt) {
+            auto rule = gRuleName.find(unit);
+            if (rule != gRuleName.end()) {
+                std::string was = rule->second;
+                gRuleName.erase(rule);
+                int rc = hwruleSet(was, false);
+                if (rc != 0) return static_cast<uint32_t>(rc);
+            }
+        }
+        return 0;
+    }
 
     std::lock_guard<std::mutex> lock(gProtoMutex);
     ProtoState& st = gProto[{unit, proto.protoId}];
@@ -407,9 +438,22 @@ uint32_t zelIndexTrans(uint32_t unit, uint32_t kind, void* out) {
     if (l == nullptr) return static_cast<uint32_t>(ZEL_ERR_NOT_FOUND);
     if (kind != ZEL_INDEX_TRANS_PHYINFO) return static_cast<uint32_t>(ZEL_ERR_UNSUPPORTED);
     if (out == nullptr) return static_cast<uint32_t>(ZEL_ERR_NULL_POINTER);
-    tZelPhyInfo phy;
-    gTable.phyInfo(*l, phy);
-    std::memcpy(out, &phy, sizeof(phy));
+    // The frame path asks for the receiving port's position with every
+    // frame: the answers of the current table are kept per thread.
+    struct Cached {
+        uint32_t unit = 0;
+        uint64_t generation = 0;
+        tZelPhyInfo phy;
+    };
+    static thread_local Cached cache[8];
+    Cached& c = cache[unit % 8];
+    const uint64_t generation = gTableGeneration.load(std::memory_order_relaxed);
+    if (c.generation != generation || c.unit != unit) {
+        gTable.phyInfo(*l, c.phy);
+        c.unit = unit;
+        c.generation = generation;
+    }
+    std::memcpy(out, &c.phy, sizeof(c.phy));
     return 0;
 }
 

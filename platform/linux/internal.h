@@ -1,6 +1,7 @@
 // What the parts of the Linux platform tell each other.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -24,6 +25,10 @@ void ifdbStart();
 bool ifdbTrapOn(int32_t ifindex);
 bool ifdbMac(int32_t ifindex, uint8_t mac[6]);
 
+// Protocol states and hardware rules the database keeps, all interfaces
+// together (they go with their interface).
+size_t ifdbProtoStates();
+
 // Interface unit of a name, 0 for none.
 uint32_t ifdbUnitByName(const std::string& name);
 std::string ifdbName(uint32_t unit);
@@ -39,6 +44,13 @@ void routeUnregister(int daemonFd);
 // Delivers one platform route message to every route socket that joined.
 // Returns how many took it.
 uint32_t routeDeliver(const std::vector<uint8_t>& msg);
+
+// ---- packet socket ---------------------------------------------------------------
+
+// Bytes of the receive ring a packet socket reads through, 0 when it reads
+// its receive queue (platform.rxring = no, or a receive buffer below two
+// ring blocks was asked for).
+size_t packetRingBytes(int fd);
 
 // ---- services ---------------------------------------------------------------------------
 

@@ -2,7 +2,11 @@
 // AF_PACKET socket for every protocol behind a kernel filter that keeps
 // discovery frames; it hands the daemon each frame from the PPPoE header on
 // with its receive information, and builds the Ethernet header and VLAN tags
-// of each frame it is given to send. The platform's route socket (domain 16)
+// of each frame it is given to send. While the daemon asks for a receive
+// buffer of some size, the packet socket receives through a memory-mapped ring
+// of twice that size (what the kernel would grant a buffer), read in place
+// without a system call per frame; platform.rxring = no keeps the socket's
+// receive queue. The platform's route socket (domain 16)
 // is one end of a local socket pair whose other end the interface database
 // and the event service write the platform's route messages to.
 #include <dlfcn.h>
@@ -11,13 +15,17 @@
 #include <linux/if_packet.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <shared_mutex>
 #include <vector>
@@ -26,6 +34,7 @@
 #include "platform/linux/internal.h"
 #include "platform/linux/pkt.h"
 #include "platform/linux/plat_log.h"
+#include "platform/linux/rx_ring.h"
 #include "platform/socket.h"
 
 namespace linuxplat {
@@ -34,12 +43,20 @@ namespace {
 
 enum class SockKind { Packet, Route };
 
+// The receive ring of a packet socket, shared by the worker that reads it
+// and the management thread that sizes it.
+struct RingBox {
+    std::mutex mutex;
+    RxRing ring;
+};
+
 struct SockInfo {
-    SockKind kind;
+    SockKind kind = SockKind::Packet;
     bool rxInfo = false;   // receive information requested
     int32_t name = 0;      // ZEL_SO_NAME value
     int platformEnd = -1;  // route socket: the end the platform writes
     bool joined = false;   // route socket: in group 1
+    std::shared_ptr<RingBox> ring;  // packet socket with platform.rxring on
 };
 
 std::shared_mutex gSockMutex;
@@ -50,6 +67,10 @@ auto& gSocks = *new std::map<int, SockInfo>;
 constexpr size_t FRAME_MAX = 16 * 1024;
 // Frames stepped over (the trap of their port is off) in one receive call.
 constexpr int RECV_SKIP_MAX = 64;
+// While the receive ring has frames, the other descriptors of a wait are
+// still looked at this often, so that route events are not held back by a
+// storm of frames.
+constexpr int64_t OTHERS_POLL_NS = 1000000;
 
 thread_local int32_t tLastErrno = 0;
 
@@ -76,6 +97,17 @@ TxTpids txTpids() {
         return t;
     }();
     return tpids;
+}
+
+bool rxRingWanted() {
+    static const bool on = configParseBool(configGetOr("platform.rxring", "yes")).value_or(true);
+    return on;
+}
+
+int64_t nowNs() {
+    struct timespec ts;
+    ::clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
 }
 
 // The test ONU record a diagnostic command may fill: a frame received on
@@ -115,9 +147,28 @@ int32_t packetSocket() {
         ::close(fd);
         return fail(err);
     }
+    SockInfo info;
+    info.kind = SockKind::Packet;
+    if (rxRingWanted()) info.ring = std::make_shared<RingBox>();
     std::unique_lock<std::shared_mutex> lock(gSockMutex);
-    gSocks[fd] = SockInfo{SockKind::Packet};
+    gSocks[fd] = info;
     return fd;
+}
+
+// The receive buffer the daemon asked for: the kernel grants twice the
+// bytes asked, and the ring gets as much. Below two blocks the socket keeps
+// its receive queue, so that a tiny buffer still means few frames queued.
+void ringResize(int fd, const SockInfo& info, int32_t asked) {
+    if (!info.ring) return;
+    uint32_t blocks = asked > 0 ? RxRing::blocksFor(2 * static_cast<uint64_t>(asked)) : 0;
+    std::lock_guard<std::mutex> lock(info.ring->mutex);
+    RxRing& ring = info.ring->ring;
+    if (ring.active() && ring.blocks() == blocks) return;
+    ring.close();
+    if (blocks == 0) return;
+    if (!ring.open(fd, blocks))
+        platLog(PLAT_LOG_WARNING, "packet socket: no receive ring of %u KiB (%s); using the receive queue",
+                blocks * (RxRing::BLOCK_SIZE / 1024), std::strerror(errno));
 }
 
 int32_t routeSocket() {
@@ -131,15 +182,87 @@ int32_t routeSocket() {
     ::shutdown(sv[0], SHUT_WR);
     {
         std::unique_lock<std::shared_mutex> lock(gSockMutex);
-        SockInfo info{SockKind::Route};
+        SockInfo info;
+        info.kind = SockKind::Route;
         info.platformEnd = sv[1];
         gSocks[sv[0]] = info;
     }
     return sv[0];
 }
 
-// One received frame for the daemon. Returns the bytes copied, or -1.
-int32_t packetRecv(int fd, const SockInfo& info, zel_msghdr* msg) {
+// A frame as the kernel handed it over, from either the ring or the queue.
+struct RawFrame {
+    const uint8_t* data;
+    size_t len;  // bytes of the frame held at data
+    int32_t ifindex;
+    uint16_t hatype;
+    uint8_t pkttype;
+    AuxTag aux;
+};
+
+// Hands one frame to the daemon: the data from the PPPoE header on, cut to
+// the caller's buffers, the address and the receive information. False
+// when the frame is not one for the daemon (it is then stepped over).
+bool deliver(const SockInfo& info, const RawFrame& f, zel_msghdr* msg, int32_t& copiedOut) {
+    if (f.pkttype == PACKET_OUTGOING) return false;  // the host's own frames
+    if (!ifdbTrapOn(f.ifindex)) return false;        // the port's trap is off
+    RxFrame rx;
+    if (!pktParseRx(f.data, f.len, f.aux, rx)) return false;
+
+    size_t avail = f.len - rx.payloadOffset;
+    size_t copied = 0;
+    for (uint32_t i = 0; msg->msg_iov != nullptr && i < msg->msg_iovlen && copied < avail; i++) {
+        size_t take = std::min(msg->msg_iov[i].iov_len, avail - copied);
+        if (take > 0 && msg->msg_iov[i].iov_base != nullptr) {
+            std::memcpy(msg->msg_iov[i].iov_base, f.data + rx.payloadOffset + copied, take);
+            copied += take;
+        }
+    }
+
+    if (msg->msg_name != nullptr && msg->msg_namelen >= sizeof(zel_sockaddr_ll)) {
+        zel_sockaddr_ll addr;
+        std::memset(&addr, 0, sizeof(addr));
+        addr.sll_family = ZEL_AF_PACKET;
+        addr.sll_protocol = htons(ETH_TYPE_PPPOE_DISC);
+        addr.sll_ifindex = f.ifindex;
+        addr.sll_hatype = f.hatype;
+        addr.sll_pkttype = f.pkttype;
+        addr.sll_halen = 6;
+        std::memcpy(addr.sll_addr, rx.src, 6);
+        std::memcpy(msg->msg_name, &addr, sizeof(addr));
+        msg->msg_namelen = sizeof(addr);
+    } else {
+        msg->msg_namelen = 0;
+    }
+
+    uint32_t controlLen = 0;
+    constexpr uint32_t needed = ZEL_CMSG_LEN(sizeof(zel_pkt_rxinfo));
+    if (info.rxInfo && msg->msg_control != nullptr && msg->msg_controllen >= needed) {
+        zel_pkt_rxinfo rxinfo;
+        pktFillRxInfo(rx, static_cast<uint32_t>(f.ifindex), rxinfo);
+        const uint8_t* onu = testOnuInfo();
+        if (onu != nullptr) {
+            uint32_t onuUnit;
+            std::memcpy(&onuUnit, onu, 4);
+            if (onuUnit != 0 && onuUnit == static_cast<uint32_t>(f.ifindex)) {
+                rxinfo.onuPresent = 1;
+                std::memcpy(rxinfo.onuInfo, onu, sizeof(rxinfo.onuInfo));
+                rxinfo.flags |= ZEL_RXINFO_ONU_VALID;
+            }
+        }
+        zel_cmsghdr c{needed, ZEL_SOL_PACKET, ZEL_RX_PKTINFO};
+        std::memcpy(msg->msg_control, &c, sizeof(c));
+        std::memcpy(static_cast<uint8_t*>(msg->msg_control) + ZEL_CMSG_HDRLEN, &rxinfo, sizeof(rxinfo));
+        controlLen = ZEL_CMSG_ALIGN(needed);
+    }
+    msg->msg_controllen = controlLen;
+    msg->msg_flags = 0;
+    copiedOut = static_cast<int32_t>(copied);
+    return true;
+}
+
+// One received frame from the receive queue. Returns the bytes copied, or -1.
+int32_t queueRecv(int fd, const SockInfo& info, zel_msghdr* msg) {
     alignas(8) static thread_local uint8_t frame[FRAME_MAX];
     alignas(8) uint8_t control[CMSG_SPACE(sizeof(struct tpacket_auxdata))];
     // The first read waits as the socket does (the caller has seen it
@@ -160,11 +283,9 @@ int32_t packetRecv(int fd, const SockInfo& info, zel_msghdr* msg) {
         km.msg_controllen = sizeof(control);
         ssize_t n = ::recvmsg(fd, &km, attempt == 0 ? osFlags : (osFlags | MSG_DONTWAIT));
         if (n < 0) return fail(errno);
-        if (from.sll_pkttype == PACKET_OUTGOING) continue;           // the host's own frames
-        if (static_cast<size_t>(n) > sizeof(frame)) continue;        // cut: not a discovery frame
-        if (!ifdbTrapOn(from.sll_ifindex)) continue;                 // the port's trap is off
+        if (static_cast<size_t>(n) > sizeof(frame)) continue;  // cut: not a discovery frame
 
-        AuxTag aux;
+        RawFrame f{frame, static_cast<size_t>(n), from.sll_ifindex, from.sll_hatype, from.sll_pkttype, AuxTag{}};
         for (struct cmsghdr* c = CMSG_FIRSTHDR(&km); c != nullptr; c = CMSG_NXTHDR(&km, c)) {
             if (c->cmsg_level != SOL_PACKET || c->cmsg_type != PACKET_AUXDATA ||
                 c->cmsg_len < CMSG_LEN(sizeof(struct tpacket_auxdata)))
@@ -172,66 +293,52 @@ int32_t packetRecv(int fd, const SockInfo& info, zel_msghdr* msg) {
             struct tpacket_auxdata a;
             std::memcpy(&a, CMSG_DATA(c), sizeof(a));
             if ((a.tp_status & TP_STATUS_VLAN_VALID) != 0) {
-                aux.valid = true;
-                aux.tci = a.tp_vlan_tci;
-                aux.tpid = (a.tp_status & TP_STATUS_VLAN_TPID_VALID) != 0 ? a.tp_vlan_tpid : ETH_TYPE_8021Q;
+                f.aux.valid = true;
+                f.aux.tci = a.tp_vlan_tci;
+                f.aux.tpid = (a.tp_status & TP_STATUS_VLAN_TPID_VALID) != 0 ? a.tp_vlan_tpid : ETH_TYPE_8021Q;
             }
         }
-        RxFrame rx;
-        if (!pktParseRx(frame, static_cast<size_t>(n), aux, rx)) continue;
-
-        // The data from the PPPoE header on, cut to the caller's buffers.
-        size_t avail = static_cast<size_t>(n) - rx.payloadOffset;
-        size_t copied = 0;
-        for (uint32_t i = 0; msg->msg_iov != nullptr && i < msg->msg_iovlen && copied < avail; i++) {
-            size_t take = std::min(msg->msg_iov[i].iov_len, avail - copied);
-            if (take > 0 && msg->msg_iov[i].iov_base != nullptr) {
-                std::memcpy(msg->msg_iov[i].iov_base, frame + rx.payloadOffset + copied, take);
-                copied += take;
-            }
-        }
-
-        if (msg->msg_name != nullptr && msg->msg_namelen >= sizeof(zel_sockaddr_ll)) {
-            zel_sockaddr_ll addr;
-            std::memset(&addr, 0, sizeof(addr));
-            addr.sll_family = ZEL_AF_PACKET;
-            addr.sll_protocol = htons(ETH_TYPE_PPPOE_DISC);
-            addr.sll_ifindex = from.sll_ifindex;
-            addr.sll_hatype = from.sll_hatype;
-            addr.sll_pkttype = from.sll_pkttype;
-            addr.sll_halen = 6;
-            std::memcpy(addr.sll_addr, rx.src, 6);
-            std::memcpy(msg->msg_name, &addr, sizeof(addr));
-            msg->msg_namelen = sizeof(addr);
-        } else {
-            msg->msg_namelen = 0;
-        }
-
-        uint32_t controlLen = 0;
-        constexpr uint32_t needed = ZEL_CMSG_LEN(sizeof(zel_pkt_rxinfo));
-        if (info.rxInfo && msg->msg_control != nullptr && msg->msg_controllen >= needed) {
-            zel_pkt_rxinfo rxinfo;
-            pktFillRxInfo(rx, static_cast<uint32_t>(from.sll_ifindex), rxinfo);
-            const uint8_t* onu = testOnuInfo();
-            if (onu != nullptr) {
-                uint32_t onuUnit;
-                std::memcpy(&onuUnit, onu, 4);
-                if (onuUnit != 0 && onuUnit == static_cast<uint32_t>(from.sll_ifindex)) {
-                    rxinfo.onuPresent = 1;
-                    std::memcpy(rxinfo.onuInfo, onu, sizeof(rxinfo.onuInfo));
-                    rxinfo.flags |= ZEL_RXINFO_ONU_VALID;
-                }
-            }
-            zel_cmsghdr c{needed, ZEL_SOL_PACKET, ZEL_RX_PKTINFO};
-            std::memcpy(msg->msg_control, &c, sizeof(c));
-            std::memcpy(static_cast<uint8_t*>(msg->msg_control) + ZEL_CMSG_HDRLEN, &rxinfo, sizeof(rxinfo));
-            controlLen = ZEL_CMSG_ALIGN(needed);
-        }
-        msg->msg_controllen = controlLen;
-        msg->msg_flags = 0;
-        return static_cast<int32_t>(copied);
+        int32_t copied = 0;
+        if (deliver(info, f, msg, copied)) return copied;
     }
     return fail(EAGAIN);
+}
+
+// One received frame from the ring, read in place. Returns the bytes
+// copied, or -1 (EAGAIN when the ring has nothing: the caller waits on the
+// socket before reading, and a ring read never blocks).
+int32_t ringRecv(RxRing& ring, const SockInfo& info, zel_msghdr* msg) {
+    for (int attempt = 0; attempt < RECV_SKIP_MAX; attempt++) {
+        const struct tpacket3_hdr* h = ring.next();
+        if (h == nullptr) return fail(EAGAIN);
+        if (h->tp_len > FRAME_MAX || h->tp_snaplen < h->tp_len) continue;  // cut: not a discovery frame
+        const struct sockaddr_ll* from = RxRing::address(h);
+        RawFrame f{RxRing::frame(h), h->tp_snaplen, from->sll_ifindex, from->sll_hatype, from->sll_pkttype, AuxTag{}};
+        if ((h->tp_status & TP_STATUS_VLAN_VALID) != 0) {
+            f.aux.valid = true;
+            f.aux.tci = h->hv1.tp_vlan_tci;
+            f.aux.tpid = (h->tp_status & TP_STATUS_VLAN_TPID_VALID) != 0 ? h->hv1.tp_vlan_tpid : ETH_TYPE_8021Q;
+        }
+        int32_t copied = 0;
+        if (deliver(info, f, msg, copied)) return copied;
+    }
+    return fail(EAGAIN);
+}
+
+// One received frame for the daemon. Returns the bytes copied, or -1.
+int32_t packetRecv(int fd, const SockInfo& info, zel_msghdr* msg) {
+    if (info.ring) {
+        std::unique_lock<std::mutex> lock(info.ring->mutex);
+        if (info.ring->ring.active()) return ringRecv(info.ring->ring, info, msg);
+    }
+    return queueRecv(fd, info, msg);
+}
+
+// True when the ring of a packet socket has a frame to read now.
+bool ringReady(const SockInfo& info) {
+    if (!info.ring) return false;
+    std::lock_guard<std::mutex> lock(info.ring->mutex);
+    return info.ring->ring.ready();
 }
 
 int32_t packetSend(int fd, const zel_msghdr* msg) {
@@ -271,6 +378,13 @@ int32_t packetSend(int fd, const zel_msghdr* msg) {
 }
 
 }  // namespace
+
+size_t packetRingBytes(int fd) {
+    SockInfo info;
+    if (!lookup(fd, info) || !info.ring) return 0;
+    std::lock_guard<std::mutex> lock(info.ring->mutex);
+    return info.ring->ring.bytes();
+}
 
 // ---- route sockets ---------------------------------------------------------------------
 
@@ -369,9 +483,11 @@ int32_t zel_setsockopt(int32_t fd, int32_t level, int32_t option, const void* va
     if (level == ZEL_SOL_SOCKET && option == ZEL_SO_RCVBUF) {
         int size = v;
         // Root may go past net.core.rmem_max; anyone else gets what the cap allows.
-        if (::setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof(size)) == 0) return 0;
-        if (::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &size, sizeof(size)) == 0) return 0;
-        return fail(errno);
+        if (::setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof(size)) != 0 &&
+            ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &size, sizeof(size)) != 0)
+            return fail(errno);
+        if (info.kind == SockKind::Packet) ringResize(fd, info, v);
+        return 0;
     }
     if (level == ZEL_SOL_SOCKET && option == ZEL_SO_NAME) {
         std::unique_lock<std::shared_mutex> lock(gSockMutex);
@@ -400,42 +516,108 @@ int32_t zel_setsockopt(int32_t fd, int32_t level, int32_t option, const void* va
 int32_t zel_select(int32_t nfds, zel_fd_set* readSet, zel_fd_set* writeSet, zel_fd_set* exceptSet,
                    zel_timeval* timeout) {
     if (nfds < 0 || nfds > ZEL_FD_SETSIZE) return fail(EINVAL);
-    std::vector<struct pollfd> fds;
+    // When the other descriptors were last looked at while a ring had frames.
+    static thread_local int64_t tOthersPolledNs = 0;
+
+    constexpr size_t SMALL = 16;
+    struct pollfd small[SMALL];
+    std::vector<struct pollfd> large;
+    struct pollfd* fds = small;
+    size_t count = 0;
+    bool ringHasFrames[SMALL] = {};
+    size_t ringsReady = 0;
     for (int32_t fd = 0; fd < nfds; fd++) {
         short events = 0;
         if (readSet != nullptr && ZEL_FD_ISSET(fd, readSet)) events |= POLLIN;
         if (writeSet != nullptr && ZEL_FD_ISSET(fd, writeSet)) events |= POLLOUT;
         if (exceptSet != nullptr && ZEL_FD_ISSET(fd, exceptSet)) events |= POLLPRI;
-        if (events != 0) fds.push_back(pollfd{fd, events, 0});
+        if (events == 0) continue;
+        if (count == SMALL && fds == small) {
+            large.assign(small, small + SMALL);
+            fds = nullptr;
+        }
+        if (fds == small) {
+            // A packet socket whose ring holds frames is readable without asking the kernel.
+            if ((events & POLLIN) != 0) {
+                SockInfo info;
+                if (lookup(fd, info) && info.kind == SockKind::Packet && ringReady(info)) {
+                    ringHasFrames[count] = true;
+                    ringsReady++;
+                }
+            }
+            small[count++] = pollfd{fd, events, 0};
+        } else {
+            large.push_back(pollfd{fd, events, 0});
+            count++;
+        }
     }
-    int ms = -1;
-    if (timeout != nullptr) {
-        if (timeout->tv_sec < 0 || timeout->tv_usec < 0) return fail(EINVAL);
-        int64_t total = timeout->tv_sec * 1000 + timeout->tv_usec / 1000;
-        ms = total > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(total);
+    if (fds == nullptr) {
+        fds = large.data();
+        ringsReady = 0;  // many descriptors: the kernel answers for all of them
+        std::fill(std::begin(ringHasFrames), std::end(ringHasFrames), false);
     }
-    int rc = ::poll(fds.data(), fds.size(), ms);
-    if (rc < 0) return fail(errno);
+
+    if (ringsReady > 0) {
+        // Frames are waiting: no wait. The other descriptors are asked about
+        // without waiting, though not on every call.
+        int64_t now = nowNs();
+        bool others = count > ringsReady && now - tOthersPolledNs >= OTHERS_POLL_NS;
+        struct pollfd rest[SMALL];
+        size_t restCount = 0;
+        for (size_t i = 0; i < count; i++) {
+            if (ringHasFrames[i]) {
+                fds[i].revents = POLLIN;
+                // A ring socket asked for more than reading is asked about like the rest.
+                if ((fds[i].events & ~POLLIN) != 0 && others) rest[restCount++] = pollfd{fds[i].fd, static_cast<short>(fds[i].events & ~POLLIN), 0};
+            } else if (others) {
+                rest[restCount++] = fds[i];
+            } else {
+                fds[i].revents = 0;
+            }
+        }
+        if (others) {
+            tOthersPolledNs = now;
+            int rc = ::poll(rest, restCount, 0);
+            if (rc < 0) return fail(errno);
+            size_t r = 0;
+            for (size_t i = 0; i < count && r < restCount; i++) {
+                if (fds[i].fd != rest[r].fd) continue;
+                fds[i].revents = static_cast<short>(fds[i].revents | rest[r].revents);
+                r++;
+            }
+        }
+    } else {
+        int ms = -1;
+        if (timeout != nullptr) {
+            if (timeout->tv_sec < 0 || timeout->tv_usec < 0) return fail(EINVAL);
+            int64_t total = timeout->tv_sec * 1000 + timeout->tv_usec / 1000;
+            ms = total > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(total);
+        }
+        int rc = ::poll(fds, count, ms);
+        if (rc < 0) return fail(errno);
+    }
+
     if (readSet != nullptr) ZEL_FD_ZERO(readSet);
     if (writeSet != nullptr) ZEL_FD_ZERO(writeSet);
     if (exceptSet != nullptr) ZEL_FD_ZERO(exceptSet);
-    int32_t count = 0;
-    for (const struct pollfd& p : fds) {
+    int32_t ready = 0;
+    for (size_t i = 0; i < count; i++) {
+        const struct pollfd& p = fds[i];
         if ((p.revents & POLLNVAL) != 0) return fail(EBADF);
         if ((p.events & POLLIN) != 0 && (p.revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
             ZEL_FD_SET(p.fd, readSet);
-            count++;
+            ready++;
         }
         if ((p.events & POLLOUT) != 0 && (p.revents & (POLLOUT | POLLHUP | POLLERR)) != 0) {
             ZEL_FD_SET(p.fd, writeSet);
-            count++;
+            ready++;
         }
         if ((p.events & POLLPRI) != 0 && (p.revents & POLLPRI) != 0) {
             ZEL_FD_SET(p.fd, exceptSet);
-            count++;
+            ready++;
         }
     }
-    return count;
+    return ready;
 }
 
 int32_t zel_recv(int32_t fd, void* buf, uint32_t len, int32_t) {
@@ -486,6 +668,10 @@ int32_t zel_close(int32_t fd) {
     if (!lookup(fd, info)) return fail(EBADF);  // never a descriptor the platform did not open
     if (info.kind == SockKind::Route) routeUnregister(fd);
     else {
+        if (info.ring) {
+            std::lock_guard<std::mutex> ringLock(info.ring->mutex);
+            info.ring->ring.close();
+        }
         std::unique_lock<std::shared_mutex> lock(gSockMutex);
         gSocks.erase(fd);
     }

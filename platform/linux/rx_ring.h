@@ -1,0 +1,80 @@
+// A memory-mapped receive ring (TPACKET_V3) on a packet socket. The kernel
+// writes each received frame, its address and its VLAN tag into blocks of a
+// ring shared with the process; the process reads them in place and hands
+// each block back when it has read it. A busy socket then costs no system
+// call per frame to receive, and the ring holds many more frames than the
+// socket's receive queue would.
+//
+// Not thread-safe: the owner serialises the calls.
+#pragma once
+
+#include <linux/if_packet.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace linuxplat {
+
+class RxRing {
+  public:
+    // Block size: a whole number of pages, large enough for the largest
+    // frame the platform reads; blocks the kernel has filled are handed over
+    // when full or after the retire time-out.
+    static constexpr uint32_t BLOCK_SIZE = 64 * 1024;
+    static constexpr uint32_t FRAME_SIZE = 2048;  // a formality of TPACKET_V3: frames are packed
+    static constexpr uint32_t RETIRE_MS = 2;      // a block partly filled is handed over after this
+    static constexpr uint32_t MIN_BLOCKS = 2;
+    static constexpr uint32_t MAX_BLOCKS = 1024;  // 64 MiB
+
+    RxRing() = default;
+    ~RxRing();
+    RxRing(const RxRing&) = delete;
+    RxRing& operator=(const RxRing&) = delete;
+
+    // Blocks of a ring of about `bytes` bytes: rounded down, between
+    // MIN_BLOCKS and MAX_BLOCKS; 0 when `bytes` is below MIN_BLOCKS blocks.
+    static uint32_t blocksFor(uint64_t bytes);
+
+    // Sets a ring of `blocks` blocks up on `fd` (a bound packet socket
+    // without a ring) and maps it. Frames already in the socket's receive
+    // queue are read and thrown away: from here on the kernel writes to the
+    // ring. False with errno set when the kernel refuses; the socket is then
+    // as it was.
+    bool open(int fd, uint32_t blocks);
+
+    // Unmaps the ring and gives it back to the kernel; the socket goes back
+    // to its receive queue. Frames in the ring are lost.
+    void close();
+
+    bool active() const { return map_ != nullptr; }
+    size_t bytes() const { return mapLen_; }
+    uint32_t blocks() const { return blockNr_; }
+
+    // True when next() would return a frame now.
+    bool ready();
+
+    // The next frame, or null when the kernel has handed over none. The
+    // record (and the frame behind it, at tp_mac) stays valid until the next
+    // call of next(), ready() or close().
+    const struct tpacket3_hdr* next();
+
+    // The link-level address the kernel wrote beside a frame.
+    static const struct sockaddr_ll* address(const struct tpacket3_hdr* h);
+    static const uint8_t* frame(const struct tpacket3_hdr* h);
+
+  private:
+    struct tpacket_block_desc* block(uint32_t i) const;
+    // Hands the block read so far back to the kernel once it is used up.
+    void releaseSpent();
+
+    int fd_ = -1;
+    uint8_t* map_ = nullptr;
+    size_t mapLen_ = 0;
+    uint32_t blockNr_ = 0;
+    uint32_t cur_ = 0;                       // block read next
+    struct tpacket_block_desc* held_ = nullptr;  // block being read, owned by the process
+    uint32_t left_ = 0;                      // frames of the held block not read yet
+    uint8_t* nextFrame_ = nullptr;
+};
+
+}  // namespace linuxplat

@@ -1,0 +1,399 @@
+// The packet socket's receive ring over a veth pair in a network namespace:
+// it follows the receive buffer the daemon asks for, holds a burst of ten
+// thousand frames, hands over exactly what the receive queue would (receive
+// information included), never blocks, and does not hold back route events
+// while it is full. With platform.rxring = no the socket reads its receive
+// queue, whose buffer is granted past net.core.rmem_max.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <linux/if_ether.h>
+#include <linux/if_packet.h>
+#include <net/if.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <vector>
+
+#include "lt_netns.h"
+#include "platform/ifdb.h"
+#include "platform/linux/internal.h"
+#include "platform/socket.h"
+#include "platform/types.h"
+
+namespace {
+
+const uint8_t BCAST[6] = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff};
+
+// A PADI from `client` behind the given tags, padded to 60 bytes, or to
+// `size` bytes when larger.
+std::vector<uint8_t> padi(const uint8_t client[6], const std::vector<std::pair<uint16_t, uint16_t>>& tags,
+                          uint16_t type = 0x8863, size_t size = 60) {
+    std::vector<uint8_t> f(BCAST, BCAST + 6);
+    f.insert(f.end(), client, client + 6);
+    for (auto [tpid, tci] : tags) {
+        f.push_back(static_cast<uint8_t>(tpid >> 8));
+        f.push_back(static_cast<uint8_t>(tpid));
+        f.push_back(static_cast<uint8_t>(tci >> 8));
+        f.push_back(static_cast<uint8_t>(tci));
+    }
+    f.push_back(static_cast<uint8_t>(type >> 8));
+    f.push_back(static_cast<uint8_t>(type));
+    const uint8_t body[] = {0x11, 0x09, 0x00, 0x00, 0x00, 0x04, 0x01, 0x01, 0x00, 0x00};
+    f.insert(f.end(), body, body + sizeof(body));
+    f.resize(std::max<size_t>(size, 60), 0);
+    return f;
+}
+
+int rawSocket(const char* ifName) {
+    int fd = ::socket(AF_PACKET, SOCK_RAW, 0);
+    if (fd < 0) return -1;
+    struct sockaddr_ll a;
+    std::memset(&a, 0, sizeof(a));
+    a.sll_family = AF_PACKET;
+    a.sll_ifindex = static_cast<int>(if_nametoindex(ifName));
+    if (::bind(fd, reinterpret_cast<struct sockaddr*>(&a), sizeof(a)) != 0) return -1;
+    int buf = 8 << 20;
+    ::setsockopt(fd, SOL_SOCKET, SO_SNDBUFFORCE, &buf, sizeof(buf));
+    return fd;
+}
+
+bool rawSend(int fd, const std::vector<uint8_t>& f) {
+    return ::send(fd, f.data(), f.size(), 0) == static_cast<ssize_t>(f.size());
+}
+
+// Sends `count` frames, the n-th from client MAC 02:00:00:00:hi(n):lo(n).
+bool rawBurst(int fd, uint32_t count) {
+    std::vector<std::vector<uint8_t>> frames;
+    for (uint32_t n = 0; n < count; n++) {
+        const uint8_t mac[6] = {0x02, 0x00, 0x00, static_cast<uint8_t>(n >> 16), static_cast<uint8_t>(n >> 8),
+                                static_cast<uint8_t>(n)};
+        frames.push_back(padi(mac, {}));
+    }
+    std::vector<struct iovec> iov(count);
+    std::vector<struct mmsghdr> msgs(count);
+    for (uint32_t n = 0; n < count; n++) {
+        iov[n] = {frames[n].data(), frames[n].size()};
+        std::memset(&msgs[n], 0, sizeof(msgs[n]));
+        msgs[n].msg_hdr.msg_iov = &iov[n];
+        msgs[n].msg_hdr.msg_iovlen = 1;
+    }
+    uint32_t sent = 0;
+    while (sent < count) {
+        int r = ::sendmmsg(fd, msgs.data() + sent, std::min<uint32_t>(count - sent, 256), 0);
+        if (r <= 0) return false;
+        sent += static_cast<uint32_t>(r);
+    }
+    return true;
+}
+
+struct Got {
+    int32_t len = -1;
+    std::vector<uint8_t> data;
+    zel_sockaddr_ll addr{};
+    uint32_t controlLen = 0;
+    zel_pkt_rxinfo info{};
+};
+
+// Reads one frame as the daemon does: waits for the socket, then receives.
+Got platformRecv(int32_t fd, int ms = 2000) {
+    Got g;
+    zel_fd_set set;
+    ZEL_FD_ZERO(&set);
+    ZEL_FD_SET(fd, &set);
+    zel_timeval tv = {ms / 1000, (ms % 1000) * 1000};
+    if (zel_select(fd + 1, &set, nullptr, nullptr, &tv) < 1) return g;
+    uint8_t buf[1400] = {};
+    alignas(4) uint8_t control[128] = {};
+    zel_iovec iov = {buf, sizeof(buf)};
+    zel_msghdr m;
+    std::memset(&m, 0, sizeof(m));
+    m.msg_name = &g.addr;
+    m.msg_namelen = sizeof(g.addr);
+    m.msg_iov = &iov;
+    m.msg_iovlen = 1;
+    m.msg_control = control;
+    m.msg_controllen = sizeof(control);
+    g.len = zel_recvmsg(fd, &m, 0);
+    if (g.len > 0) g.data.assign(buf, buf + g.len);
+    g.controlLen = m.msg_controllen;
+    if (m.msg_controllen >= ZEL_CMSG_LEN(sizeof(zel_pkt_rxinfo))) std::memcpy(&g.info, control + ZEL_CMSG_HDRLEN, sizeof(g.info));
+    return g;
+}
+
+int32_t setRcvbuf(int32_t fd, int32_t size) { return zel_setsockopt(fd, ZEL_SOL_SOCKET, ZEL_SO_RCVBUF, &size, 4); }
+
+int32_t openPacketSocket(int32_t rcvbuf = 0x100000) {
+    int32_t fd = zel_socket(ZEL_AF_PACKET, ZEL_SOCK_DGRAM, ZEL_ETH_P_PPPOE_DISC);
+    int32_t one = 1;
+    CHECK_TRUE(fd > 0);
+    CHECK_EQ(0, zel_setsockopt(fd, ZEL_SOL_PACKET, ZEL_RX_PKTINFO, &one, 4));
+    if (rcvbuf != 0) CHECK_EQ(0, setRcvbuf(fd, rcvbuf));
+    return fd;
+}
+
+void trapOn(uint32_t unit) {
+    tZelIfProto p{};
+    p.protoId = ZEL_PROTO_PPPOEPLUS;
+    CHECK_EQ(0u, zelIfSetApi(unit, ZEL_IF_ATTR_PROTO_ON, &p));
+}
+
+class RxRingTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        LT_NEED_NETNS();
+        ns_ = std::make_unique<lt::Netns>();
+        ASSERT_TRUE(ns_->ok());
+        ASSERT_EQ(0, ns_->sh("ip link add a0 type veth peer name a1 && ip link set a0 up && ip link set a1 up"));
+    }
+    std::vector<std::string> env(const std::string& conf) const {
+        return {"PPPOEPLUS_CONF=" + dir_.file("p.conf", conf), "PPPOEPLUS_LOG=stderr", "PPPOEPLUS_ROOT=" + dir_.path()};
+    }
+    std::unique_ptr<lt::Netns> ns_;
+    lt::TempDir dir_;
+};
+
+TEST_F(RxRingTest, TheRingFollowsTheReceiveBufferAsked) {
+    auto r = lt::runChild(ns_->name(), env("platform.announce = no\n"), [] {
+        uint32_t unit = if_nametoindex("a0");
+        int32_t fd = openPacketSocket(0);
+        trapOn(unit);
+        int far = rawSocket("a1");
+        const uint8_t client[6] = {0x02, 0x00, 0x00, 0x00, 0x00, 0x01};
+
+        // No buffer asked for yet: the receive queue.
+        CHECK_EQ(static_cast<size_t>(0), linuxplat::packetRingBytes(fd));
+        CHECK_TRUE(rawSend(far, padi(client, {})));
+        CHECK_EQ(46, platformRecv(fd).len);
+
+        // 1 MiB asked: a ring of twice that, as the kernel grants a buffer.
+        CHECK_EQ(0, setRcvbuf(fd, 0x100000));
+        CHECK_EQ(static_cast<size_t>(2 << 20), linuxplat::packetRingBytes(fd));
+        CHECK_TRUE(rawSend(far, padi(client, {})));
+        CHECK_EQ(46, platformRecv(fd).len);
+
+        // One byte (the agent switched off): the queue again, at its smallest.
+        CHECK_EQ(0, setRcvbuf(fd, 1));
+        CHECK_EQ(static_cast<size_t>(0), linuxplat::packetRingBytes(fd));
+        CHECK_TRUE(rawSend(far, padi(client, {})));
+        CHECK_EQ(46, platformRecv(fd).len);
+
+        // A frame left in the queue when the ring comes back is not handed
+        // over, and does not keep the socket readable.
+        CHECK_TRUE(rawSend(far, padi(client, {})));
+        ::usleep(50000);
+        CHECK_EQ(0, setRcvbuf(fd, 0x100000));
+        CHECK_EQ(static_cast<size_t>(2 << 20), linuxplat::packetRingBytes(fd));
+        zel_fd_set set;
+        ZEL_FD_ZERO(&set);
+        ZEL_FD_SET(fd, &set);
+        zel_timeval tv = {0, 200000};
+        CHECK_EQ(0, zel_select(fd + 1, &set, nullptr, nullptr, &tv));
+        CHECK_TRUE(rawSend(far, padi(client, {})));
+        CHECK_EQ(46, platformRecv(fd).len);
+
+        // The same size again changes nothing; a larger one grows the ring.
+        CHECK_EQ(0, setRcvbuf(fd, 0x100000));
+        CHECK_EQ(static_cast<size_t>(2 << 20), linuxplat::packetRingBytes(fd));
+        CHECK_EQ(0, setRcvbuf(fd, 0x200000));
+        CHECK_EQ(static_cast<size_t>(4 << 20), linuxplat::packetRingBytes(fd));
+        CHECK_TRUE(rawSend(far, padi(client, {})));
+        CHECK_EQ(46, platformRecv(fd).len);
+        CHECK_EQ(0, zel_close(fd));
+        CHECK_EQ(static_cast<size_t>(0), linuxplat::packetRingBytes(fd));
+    });
+    EXPECT_TRUE(r.ok()) << r.failures;
+}
+
+TEST_F(RxRingTest, ABurstOfTenThousandFramesIsHeldWhole) {
+    auto r = lt::runChild(ns_->name(), env("platform.announce = no\n"), [] {
+        uint32_t unit = if_nametoindex("a0");
+        int32_t fd = openPacketSocket();
+        trapOn(unit);
+        int far = rawSocket("a1");
+        CHECK_TRUE(rawBurst(far, 10000));
+        ::usleep(100000);  // the ring hands a block over at the latest after its time-out
+        std::vector<bool> seen(10000, false);
+        uint32_t got = 0;
+        for (;;) {
+            Got g = platformRecv(fd, 300);
+            if (g.len < 0) break;
+            CHECK_EQ(46, g.len);
+            CHECK_EQ(static_cast<int32_t>(unit), g.addr.sll_ifindex);
+            uint32_t n = (static_cast<uint32_t>(g.info.srcMac[3]) << 16) | (g.info.srcMac[4] << 8) | g.info.srcMac[5];
+            if (n < seen.size() && !seen[n]) {
+                seen[n] = true;
+                got++;
+            }
+        }
+        CHECK_EQ(10000u, got);
+    }, 60);
+    EXPECT_TRUE(r.ok()) << r.failures;
+}
+
+// The frames below, read through the queue or through the ring, give the
+// same data, address and receive information.
+std::vector<Got> receiveSet() {
+    uint32_t unit = if_nametoindex("a0");
+    int32_t fd = openPacketSocket();
+    trapOn(unit);
+    int far = rawSocket("a1");
+    const uint8_t client[6] = {0x02, 0x00, 0x00, 0x00, 0x00, 0x07};
+    std::vector<Got> out;
+    const std::vector<std::vector<std::pair<uint16_t, uint16_t>>> tagSets = {
+        {}, {{0x8100, (5 << 13) | 100}}, {{0x88a8, (3 << 13) | 200}, {0x8100, (6 << 13) | 100}}, {{0x9100, 7}}};
+    for (const auto& tags : tagSets) {
+        CHECK_TRUE(rawSend(far, padi(client, tags)));
+        out.push_back(platformRecv(fd));
+    }
+    // Not discovery frames, and a frame over 16 KiB: never handed over.
+    CHECK_TRUE(rawSend(far, padi(client, {}, 0x8864)));
+    CHECK_TRUE(rawSend(far, padi(client, {{0x8100, 7}}, 0x0800)));
+    CHECK_TRUE(rawSend(far, padi(client, {}, 0x8863, 17000)));
+    CHECK_TRUE(rawSend(far, padi(client, {}, 0x8863, 1514)));
+    out.push_back(platformRecv(fd));
+    out.push_back(platformRecv(fd, 300));
+    CHECK_EQ(0, zel_close(fd));
+    return out;
+}
+
+TEST_F(RxRingTest, TheRingHandsOverWhatTheQueueWould) {
+    ASSERT_EQ(0, ns_->sh("ip link set a0 mtu 20000 && ip link set a1 mtu 20000"));
+    std::string resultFile = dir_.path() + "/ring.bin";
+    for (const char* mode : {"no", "yes"}) {
+        auto r = lt::runChild(ns_->name(), env(std::string("platform.announce = no\nplatform.rxring = ") + mode + "\n"),
+                              [&] {
+                                  std::vector<Got> got = receiveSet();
+                                  CHECK_EQ(static_cast<size_t>(6), got.size());
+                                  if (got.size() != 6) return;
+                                  CHECK_EQ(46, got[0].len);
+                                  CHECK_EQ(100, got[1].info.outerVid);
+                                  CHECK_EQ(5, got[1].info.outerPri);
+                                  CHECK_EQ(200, got[2].info.outerVid);
+                                  CHECK_EQ(100, got[2].info.innerVid);
+                                  CHECK_EQ(0x88a8, got[2].info.outerTpid);
+                                  CHECK_EQ(0x9100, got[3].info.outerTpid);
+                                  CHECK_EQ(1400, got[4].len);  // cut to the daemon's buffer
+                                  CHECK_TRUE(got[5].len < 0);
+                                  // Everything the daemon is handed, byte for byte.
+                                  std::vector<uint8_t> bytes;
+                                  for (const Got& g : got) {
+                                      const auto* p = reinterpret_cast<const uint8_t*>(&g.len);
+                                      bytes.insert(bytes.end(), p, p + sizeof(g.len));
+                                      bytes.insert(bytes.end(), g.data.begin(), g.data.end());
+                                      p = reinterpret_cast<const uint8_t*>(&g.addr);
+                                      bytes.insert(bytes.end(), p, p + sizeof(g.addr));
+                                      p = reinterpret_cast<const uint8_t*>(&g.controlLen);
+                                      bytes.insert(bytes.end(), p, p + sizeof(g.controlLen));
+                                      p = reinterpret_cast<const uint8_t*>(&g.info);
+                                      bytes.insert(bytes.end(), p, p + sizeof(g.info));
+                                  }
+                                  if (std::string(mode) == "no") {
+                                      FILE* f = std::fopen(resultFile.c_str(), "wb");
+                                      CHECK_TRUE(f != nullptr);
+                                      if (f != nullptr) {
+                                          std::fwrite(bytes.data(), 1, bytes.size(), f);
+                                          std::fclose(f);
+                                      }
+                                  } else {
+                                      std::string before = lt::readFile(resultFile);
+                                      CHECK_TRUE(before == std::string(bytes.begin(), bytes.end()));
+                                  }
+                              });
+        EXPECT_TRUE(r.ok()) << mode << ": " << r.failures;
+    }
+}
+
+TEST_F(RxRingTest, AnEmptyRingNeverBlocksTheReader) {
+    auto r = lt::runChild(ns_->name(), env("platform.announce = no\n"), [] {
+        int32_t fd = openPacketSocket();
+        CHECK_TRUE(linuxplat::packetRingBytes(fd) > 0);
+        uint8_t buf[1400];
+        zel_iovec iov = {buf, sizeof(buf)};
+        zel_msghdr m;
+        std::memset(&m, 0, sizeof(m));
+        m.msg_iov = &iov;
+        m.msg_iovlen = 1;
+        CHECK_TRUE(zel_recvmsg(fd, &m, 0) < 0);
+        CHECK_TRUE(zel_recv(fd, buf, sizeof(buf), 0) < 0);
+    }, 10);
+    EXPECT_TRUE(r.ok()) << r.failures;
+}
+
+TEST_F(RxRingTest, RouteEventsAreNotHeldBackWhileTheRingIsFull) {
+    auto r = lt::runChild(ns_->name(), env("platform.announce = no\n"), [] {
+        uint32_t unit = if_nametoindex("a0");
+        int32_t pkt = openPacketSocket();
+        trapOn(unit);
+        int32_t rt = zel_socket(ZEL_AF_ROUTE, ZEL_SOCK_DGRAM, 0);
+        int32_t group = 1;
+        CHECK_TRUE(rt > 0);
+        CHECK_EQ(0, zel_setsockopt(rt, ZEL_SOL_ROUTE, ZEL_ADD_MEMBERSHIP, &group, 4));
+        int far = rawSocket("a1");
+        CHECK_TRUE(rawBurst(far, 8000));
+        ::usleep(100000);
+        std::vector<uint8_t> msg(24, 0);
+        msg[3] = 24;
+
+        // The worker's loop: wait on both, one frame per pass. The route
+        // event comes while the ring is full.
+        int32_t maxFd = std::max(pkt, rt);
+        uint32_t frames = 0;
+        bool routeSeen = false;
+        uint32_t framesAtEvent = 0;
+        uint32_t framesBeforeRoute = 0;
+        for (int pass = 0; pass < 20000 && !routeSeen; pass++) {
+            if (pass == 200) {
+                framesAtEvent = frames;
+                CHECK_EQ(1u, linuxplat::routeDeliver(msg));
+            }
+            zel_fd_set set;
+            ZEL_FD_ZERO(&set);
+            ZEL_FD_SET(pkt, &set);
+            ZEL_FD_SET(rt, &set);
+            zel_timeval tv = {1, 0};
+            if (zel_select(maxFd + 1, &set, nullptr, nullptr, &tv) < 1) break;
+            if (ZEL_FD_ISSET(pkt, &set)) {
+                uint8_t buf[1400];
+                zel_iovec iov = {buf, sizeof(buf)};
+                zel_msghdr m;
+                std::memset(&m, 0, sizeof(m));
+                m.msg_iov = &iov;
+                m.msg_iovlen = 1;
+                if (zel_recvmsg(pkt, &m, 0) > 0) frames++;
+            }
+            if (ZEL_FD_ISSET(rt, &set)) {
+                routeSeen = true;
+                framesBeforeRoute = frames;
+                uint8_t buf[3840];
+                CHECK_EQ(24, zel_recv(rt, buf, sizeof(buf), 0));
+            }
+        }
+        CHECK_TRUE(routeSeen);
+        CHECK_EQ(200u, framesAtEvent);
+        // Seen within a couple of milliseconds' worth of frames, long before
+        // the ring ran dry.
+        CHECK_TRUE(framesBeforeRoute > framesAtEvent);
+        CHECK_TRUE(framesBeforeRoute < 7000);
+    }, 60);
+    EXPECT_TRUE(r.ok()) << r.failures;
+}
+
+TEST_F(RxRingTest, WithoutTheRingTheBufferIsGrantedInFull) {
+    auto r = lt::runChild(ns_->name(), env("platform.announce = no\nplatform.rxring = no\n"), [] {
+        int32_t fd = openPacketSocket();
+        CHECK_EQ(static_cast<size_t>(0), linuxplat::packetRingBytes(fd));
+        // The kernel doubles what is asked; SO_RCVBUFFORCE goes past the cap
+        // of net.core.rmem_max whatever it is set to.
+        int granted = 0;
+        socklen_t len = sizeof(granted);
+        CHECK_EQ(0, ::getsockopt(fd, SOL_SOCKET, SO_RCVBUF, &granted, &len));
+        CHECK_EQ(2 << 20, granted);
+        CHECK_EQ(0, setRcvbuf(fd, 0x800000));
+        CHECK_EQ(0, ::getsockopt(fd, SOL_SOCKET, SO_RCVBUF, &granted, &len));
+        CHECK_EQ(16 << 20, granted);
+    });
+    EXPECT_TRUE(r.ok()) << r.failures;
+}
+
+}  // namespace
