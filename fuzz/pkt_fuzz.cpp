@@ -1,19 +1,15 @@
-// libFuzzer entry of the packet-path target (see pkt_fuzz_target.h).
-#include <cstdio>
-#include <cstdlib>
-
+// The packet-path target (see pkt_fuzz_target.h) in the shape every target
+// of fuzz/ shares, for fuzz_main.cpp (libFuzzer) and fuzz_replay.cpp (the
+// corpus replay of ctest).
+#include "fuzz/fuzz_target.h"
 #include "fuzz/pkt_fuzz_target.h"
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    pppoeplusfuzz::pppoeplusFuzzSetUp();
-    return 0;
-}
+namespace pppoeplusfuzz {
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const std::string problems = pppoeplusfuzz::pppoeplusFuzzPacketOne(data, size);
-    if (!problems.empty()) {
-        std::fprintf(stderr, "pkt_fuzz: %s\n", problems.c_str());
-        std::abort();
-    }
-    return 0;
-}
+const char* const kTargetName = "pkt_fuzz";
+
+void targetSetUp() { pppoeplusFuzzSetUp(); }
+
+std::string targetOne(const uint8_t* data, size_t size) { return pppoeplusFuzzPacketOne(data, size); }
+
+}  // namespace pppoeplusfuzz
