@@ -150,19 +150,22 @@ bool configParsePort(std::string_view value, PortSpec& out, std::string& error) 
                 return false;
             }
         } else {
+            std::optional<uint32_t>* field = name == "sys"       ? &spec.sys
+                                             : name == "slot"    ? &spec.slot
+                                             : name == "port"    ? &spec.port
+                                             : name == "subport" ? &spec.subPort
+                                                                 : nullptr;
+            // The word first: a misspelt one is named as such, whatever its value.
+            if (field == nullptr) {
+                error = std::string("unknown word '").append(name).append("' (kind, sys, slot, port, subport)");
+                return false;
+            }
             uint32_t n = 0;
             if (!configParseU32(val, n)) {
                 error = std::string("'").append(name).append("' needs a number, found '").append(val).append("'");
                 return false;
             }
-            if (name == "sys") spec.sys = n;
-            else if (name == "slot") spec.slot = n;
-            else if (name == "port") spec.port = n;
-            else if (name == "subport") spec.subPort = n;
-            else {
-                error = std::string("unknown word '").append(name).append("' (kind, sys, slot, port, subport)");
-                return false;
-            }
+            *field = n;
         }
         any = true;
     }

@@ -155,7 +155,7 @@ TEST(ConfigJunkTest, MisspelledAndForeignKeysAreRefused) {
         {"port.c1 = port=-1", "'port' needs a number"},
         {"port.c1 = port=99999999999", "'port' needs a number"},
         {"port.c1 = colour=5", "unknown word 'colour'"},
-        {"port.c1 = colour=red", "'colour'"},
+        {"port.c1 = colour=red", "unknown word 'colour' (kind, sys, slot, port, subport)"},
         {"port.c1 = kind", "expected name=value"},
         {"port.c1 = =eth", "expected name=value"},
         {"port.c1 = kind=", "expected name=value"},

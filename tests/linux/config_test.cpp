@@ -112,6 +112,9 @@ TEST(ConfigParse, PortWordsAreChecked) {
     EXPECT_FALSE(configParsePort("slot=x", s, err));
     EXPECT_EQ("'slot' needs a number, found 'x'", err);
     EXPECT_FALSE(configParsePort("colour=3", s, err));
+    EXPECT_EQ("unknown word 'colour' (kind, sys, slot, port, subport)", err);
+    EXPECT_FALSE(configParsePort("colour=red", s, err));
+    EXPECT_EQ("unknown word 'colour' (kind, sys, slot, port, subport)", err);
     EXPECT_FALSE(configParsePort("port=99999999999", s, err));
     EXPECT_TRUE(configParsePort("subport=0x10", s, err));
     EXPECT_EQ(16u, s.subPort.value());
