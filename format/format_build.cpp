@@ -8,8 +8,6 @@
 #include "format/format_build.h"
 
 #include <algorithm>
-#include <cstdarg>
-#include <cstdio>
 #include <cstring>
 
 #include "core/global.h"
@@ -43,17 +41,59 @@ struct tPppoeplusValue {
     uint32_t len;
 };
 
-void pppoeplusValuePrintf(tPppoeplusValue* v, const char* format, ...) __attribute__((format(printf, 2, 3)));
-void pppoeplusValuePrintf(tPppoeplusValue* v, const char* format, ...) {
-    va_list args;
-    va_start(args, format);
-    int n = std::vsnprintf(v->text, sizeof(v->text), format, args);
-    va_end(args);
-    v->len = n < 0 ? 0 : std::min<uint32_t>(static_cast<uint32_t>(n), sizeof(v->text) - 1);
+// Values are rendered by hand rather than through printf: the builder runs
+// for every frame forwarded, and these few shapes (decimal numbers, hex
+// bytes, fixed words) are all it needs. Like snprintf into the scratch area,
+// an append keeps what fits and drops the rest, always leaving room for a NUL.
+constexpr uint32_t PPPOEPLUS_VALUE_ROOM = sizeof(tPppoeplusValue::text) - 1;
+constexpr char PPPOEPLUS_HEX_UPPER[] = "0123456789ABCDEF";
+
+void pppoeplusValueAppend(tPppoeplusValue* v, const char* text, size_t len) {
+    const size_t take = std::min<size_t>(len, PPPOEPLUS_VALUE_ROOM - v->len);
+    std::memcpy(v->text + v->len, text, take);
+    v->len += static_cast<uint32_t>(take);
+}
+
+void pppoeplusValueAppendUnsigned(tPppoeplusValue* v, uint32_t value) {
+    char digits[10];
+    size_t n = 0;
+    do {
+        digits[sizeof(digits) - 1 - n] = static_cast<char>('0' + value % 10);
+        value /= 10;
+        n++;
+    } while (value != 0);
+    pppoeplusValueAppend(v, digits + sizeof(digits) - n, n);
+}
+
+void pppoeplusValueAppendHexByte(tPppoeplusValue* v, uint8_t byte) {
+    const char hex[2] = {PPPOEPLUS_HEX_UPPER[byte >> 4], PPPOEPLUS_HEX_UPPER[byte & 0x0F]};
+    pppoeplusValueAppend(v, hex, sizeof(hex));
+}
+
+// The value is exactly `word` (a literal).
+template <size_t N>
+void pppoeplusValueWord(tPppoeplusValue* v, const char (&word)[N]) {
+    static_assert(N - 1 <= PPPOEPLUS_VALUE_ROOM);
+    v->len = 0;
+    pppoeplusValueAppend(v, word, N - 1);
+}
+
+void pppoeplusValueUnsigned(tPppoeplusValue* v, uint32_t value) {
+    v->len = 0;
+    pppoeplusValueAppendUnsigned(v, value);
+}
+
+// A MAC as six upper-case hex pairs, with colons between them or without.
+void pppoeplusValueAppendMac(tPppoeplusValue* v, const uint8_t* mac, bool colons) {
+    for (uint32_t i = 0; i < PPPOEPLUS_MAC_LEN; i++) {
+        if (colons && i != 0) pppoeplusValueAppend(v, ":", 1);
+        pppoeplusValueAppendHexByte(v, mac[i]);
+    }
 }
 
 void pppoeplusValueMac(tPppoeplusValue* v, const uint8_t* mac) {
-    pppoeplusValuePrintf(v, "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    v->len = 0;
+    pppoeplusValueAppendMac(v, mac, true);
 }
 
 // Port number of the port-index record by port kind: word 2 for Ethernet,
@@ -103,21 +143,21 @@ void pppoeplusAsciiValue(tPppoePlusIfEntry* ifEntry, const tPppoePlusPkt* pkt, c
                          uint32_t formatType, char code, tPppoeplusValue* v) {
     v->len = 0;
     switch (code) {
-        case 's': pppoeplusValuePrintf(v, "%u", static_cast<unsigned>(pkt->outerVid)); break;
-        case 'c': pppoeplusValuePrintf(v, "%u", static_cast<unsigned>(pkt->innerVid)); break;
+        case 's': pppoeplusValueUnsigned(v, pkt->outerVid); break;
+        case 'c': pppoeplusValueUnsigned(v, pkt->innerVid); break;
         case 'a':  // accessnode
         case 'R':  // oltonlymac
             if (pppoeplusSysMacGet())
                 pppoeplusValueMac(v, gPppoeplus.sysMac);
             else
-                pppoeplusValuePrintf(v, "0");
+                pppoeplusValueWord(v, "0");
             break;
         case 'Z':  // oltmac
             if (pppoeplusSysMacGet()) {
-                const uint8_t* m = gPppoeplus.sysMac;
-                pppoeplusValuePrintf(v, "000000000000%02X%02X%02X%02X%02X%02X", m[0], m[1], m[2], m[3], m[4], m[5]);
+                pppoeplusValueWord(v, "000000000000");
+                pppoeplusValueAppendMac(v, gPppoeplus.sysMac, false);
             } else {
-                pppoeplusValuePrintf(v, "0");
+                pppoeplusValueWord(v, "0");
             }
             break;
         case 'r':  // rack
@@ -125,22 +165,23 @@ void pppoeplusAsciiValue(tPppoePlusIfEntry* ifEntry, const tPppoePlusPkt* pkt, c
         case 'n':  // onutype
         case 'G':  // onuloid
         case 'h':  // onuauthinfo
-            pppoeplusValuePrintf(v, "0");
+            pppoeplusValueWord(v, "0");
             break;
-        case 'S': pppoeplusValuePrintf(v, "%u", portIndex->slotNo); break;
-        case 'p': pppoeplusValuePrintf(v, "%u", pppoeplusPortNumber(portIndex)); break;
-        case 'H': pppoeplusValuePrintf(v, "%u", portIndex->sysNo); break;
+        case 'S': pppoeplusValueUnsigned(v, portIndex->slotNo); break;
+        case 'p': pppoeplusValueUnsigned(v, pppoeplusPortNumber(portIndex)); break;
+        case 'H': pppoeplusValueUnsigned(v, portIndex->sysNo); break;
         case 'm':  // onuid
             if (pkt->onuInfo == nullptr) {
-                pppoeplusValuePrintf(v, "0");
+                pppoeplusValueWord(v, "0");
             } else {
                 const uint32_t onu = pppoeplusOnuNumber(pkt->onuInfo);
                 const size_t lineIdLen = strnlen(pkt->ponLineId, sizeof(pkt->ponLineId));
+                pppoeplusValueUnsigned(v, onu);
                 if (formatType == PPPOEPLUS_FORMAT_TYPE_DEFAULT && gPppoeplus.ponDefaultType == PPPOEPLUS_PON_TYPE_OLT &&
-                    lineIdLen != 0)
-                    pppoeplusValuePrintf(v, "%u %.*s", onu, static_cast<int>(lineIdLen), pkt->ponLineId);
-                else
-                    pppoeplusValuePrintf(v, "%u", onu);
+                    lineIdLen != 0) {
+                    pppoeplusValueAppend(v, " ", 1);
+                    pppoeplusValueAppend(v, pkt->ponLineId, lineIdLen);
+                }
             }
             break;
         case 'U':  // onusn: the 8 identifier bytes as they stand
@@ -148,16 +189,16 @@ void pppoeplusAsciiValue(tPppoePlusIfEntry* ifEntry, const tPppoePlusPkt* pkt, c
                 std::memcpy(v->text, pkt->onuInfo + PPPOEPLUS_ONU_SN_OFFSET, PPPOEPLUS_ONU_SN_LEN);
                 v->len = PPPOEPLUS_ONU_SN_LEN;
             } else {
-                pppoeplusValuePrintf(v, "0");
+                pppoeplusValueWord(v, "0");
             }
             break;
         case 'b':  // accesstype
             if (portIndex->ondType == ZEL_OND_GPON)
-                pppoeplusValuePrintf(v, "GP");
+                pppoeplusValueWord(v, "GP");
             else if (portIndex->ondType == ZEL_OND_EPON)
-                pppoeplusValuePrintf(v, "EP");
+                pppoeplusValueWord(v, "EP");
             else
-                pppoeplusValuePrintf(v, "0");
+                pppoeplusValueWord(v, "0");
             break;
         case 'N': {  // portname
             char name[ZEL_IF_NAME_LEN] = {};
@@ -170,11 +211,11 @@ void pppoeplusAsciiValue(tPppoePlusIfEntry* ifEntry, const tPppoePlusPkt* pkt, c
         case 'Y': {  // porttype
             const uint32_t type = pppoeplusIfType(ifEntry->ifUnit);
             if (type == ZEL_IFTYPE_ETHERNET)
-                pppoeplusValuePrintf(v, "ethernet");
+                pppoeplusValueWord(v, "ethernet");
             else if (type == ZEL_IFTYPE_GPON)
-                pppoeplusValuePrintf(v, "G-PON");
+                pppoeplusValueWord(v, "G-PON");
             else
-                pppoeplusValuePrintf(v, "unknown");
+                pppoeplusValueWord(v, "unknown");
             break;
         }
         case 'C': pppoeplusValueMac(v, ifEntry->mac); break;

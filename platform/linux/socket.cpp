@@ -21,6 +21,8 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <iterator>
@@ -71,6 +73,9 @@ constexpr int RECV_SKIP_MAX = 64;
 // still looked at this often, so that route events are not held back by a
 // storm of frames.
 constexpr int64_t OTHERS_POLL_NS = 1000000;
+// ... though the clock is only read on every so many such waits: each costs
+// a frame's handling, far below the period above.
+constexpr uint32_t OTHERS_CLOCK_EVERY = 16;
 
 thread_local int32_t tLastErrno = 0;
 
@@ -80,11 +85,53 @@ int32_t fail(int err) {
     return -1;
 }
 
-bool lookup(int fd, SockInfo& out) {
+// Bumped, with gSockMutex held exclusively, whenever a socket record is
+// added, changed or removed.
+std::atomic<uint64_t> gSockGen{1};
+
+void socksChanged() { gSockGen.fetch_add(1, std::memory_order_acq_rel); }
+
+// Each thread keeps the records it looked up last, good for as long as no
+// record changed since: the worker asks about the same two descriptors
+// several times per frame, and then takes no lock to do so.
+struct SockCacheEntry {
+    int fd = -1;
+    uint64_t gen = 0;
+    SockInfo info;
+};
+constexpr size_t SOCK_CACHE_SIZE = 2;
+thread_local std::array<SockCacheEntry, SOCK_CACHE_SIZE> tSockCache;
+thread_local size_t tSockCacheNext = 0;
+
+// The record of `fd`, or null when the platform did not open it. The
+// record stays valid on this thread until its next lookup of another
+// descriptor.
+const SockInfo* lookupRef(int fd) {
+    const uint64_t gen = gSockGen.load(std::memory_order_acquire);
+    for (SockCacheEntry& e : tSockCache)
+        if (e.fd == fd && e.gen == gen) return &e.info;
+    // Read after the generation: a change made meanwhile makes the entry
+    // stale at the next lookup, never wrongly current.
     std::shared_lock<std::shared_mutex> lock(gSockMutex);
     auto it = gSocks.find(fd);
-    if (it == gSocks.end()) return false;
-    out = it->second;
+    if (it == gSocks.end()) return nullptr;
+    SockCacheEntry* slot = nullptr;
+    for (SockCacheEntry& e : tSockCache)
+        if (e.fd == fd) slot = &e;
+    if (slot == nullptr) {
+        slot = &tSockCache[tSockCacheNext];
+        tSockCacheNext = (tSockCacheNext + 1) % SOCK_CACHE_SIZE;
+    }
+    slot->fd = fd;
+    slot->gen = gen;
+    slot->info = it->second;
+    return &slot->info;
+}
+
+bool lookup(int fd, SockInfo& out) {
+    const SockInfo* info = lookupRef(fd);
+    if (info == nullptr) return false;
+    out = *info;
     return true;
 }
 
@@ -152,6 +199,7 @@ int32_t packetSocket() {
     if (rxRingWanted()) info.ring = std::make_shared<RingBox>();
     std::unique_lock<std::shared_mutex> lock(gSockMutex);
     gSocks[fd] = info;
+    socksChanged();
     return fd;
 }
 
@@ -186,6 +234,7 @@ int32_t routeSocket() {
         info.kind = SockKind::Route;
         info.platformEnd = sv[1];
         gSocks[sv[0]] = info;
+        socksChanged();
     }
     return sv[0];
 }
@@ -395,6 +444,7 @@ void routeJoin(int daemonFd) {
         auto it = gSocks.find(daemonFd);
         if (it == gSocks.end() || it->second.kind != SockKind::Route || it->second.joined) return;
         it->second.joined = true;
+        socksChanged();
         platformEnd = it->second.platformEnd;
     }
     // As at boot, when the device's interfaces appear after its processes:
@@ -415,6 +465,7 @@ void routeUnregister(int daemonFd) {
     if (it == gSocks.end()) return;
     if (it->second.platformEnd >= 0) ::close(it->second.platformEnd);
     gSocks.erase(it);
+    socksChanged();
 }
 
 uint32_t routeDeliver(const std::vector<uint8_t>& msg) {
@@ -494,6 +545,7 @@ int32_t zel_setsockopt(int32_t fd, int32_t level, int32_t option, const void* va
         auto it = gSocks.find(fd);
         if (it == gSocks.end()) return fail(EBADF);
         it->second.name = v;
+        socksChanged();
         return 0;
     }
     if (level == ZEL_SOL_PACKET && option == ZEL_RX_PKTINFO && info.kind == SockKind::Packet) {
@@ -503,6 +555,7 @@ int32_t zel_setsockopt(int32_t fd, int32_t level, int32_t option, const void* va
         auto it = gSocks.find(fd);
         if (it == gSocks.end()) return fail(EBADF);
         it->second.rxInfo = on != 0;
+        socksChanged();
         return 0;
     }
     if (level == ZEL_SOL_ROUTE && option == ZEL_ADD_MEMBERSHIP && info.kind == SockKind::Route) {
@@ -518,6 +571,7 @@ int32_t zel_select(int32_t nfds, zel_fd_set* readSet, zel_fd_set* writeSet, zel_
     if (nfds < 0 || nfds > ZEL_FD_SETSIZE) return fail(EINVAL);
     // When the other descriptors were last looked at while a ring had frames.
     static thread_local int64_t tOthersPolledNs = 0;
+    static thread_local uint32_t tRingWaits = 0;
 
     constexpr size_t SMALL = 16;
     struct pollfd small[SMALL];
@@ -539,8 +593,8 @@ int32_t zel_select(int32_t nfds, zel_fd_set* readSet, zel_fd_set* writeSet, zel_
         if (fds == small) {
             // A packet socket whose ring holds frames is readable without asking the kernel.
             if ((events & POLLIN) != 0) {
-                SockInfo info;
-                if (lookup(fd, info) && info.kind == SockKind::Packet && ringReady(info)) {
+                const SockInfo* info = lookupRef(fd);
+                if (info != nullptr && info->kind == SockKind::Packet && ringReady(*info)) {
                     ringHasFrames[count] = true;
                     ringsReady++;
                 }
@@ -560,8 +614,12 @@ int32_t zel_select(int32_t nfds, zel_fd_set* readSet, zel_fd_set* writeSet, zel_
     if (ringsReady > 0) {
         // Frames are waiting: no wait. The other descriptors are asked about
         // without waiting, though not on every call.
-        int64_t now = nowNs();
-        bool others = count > ringsReady && now - tOthersPolledNs >= OTHERS_POLL_NS;
+        int64_t now = 0;
+        bool others = false;
+        if (count > ringsReady && ++tRingWaits % OTHERS_CLOCK_EVERY == 0) {
+            now = nowNs();
+            others = now - tOthersPolledNs >= OTHERS_POLL_NS;
+        }
         struct pollfd rest[SMALL];
         size_t restCount = 0;
         for (size_t i = 0; i < count; i++) {
@@ -635,10 +693,10 @@ int32_t zel_recv(int32_t fd, void* buf, uint32_t len, int32_t) {
 }
 
 int32_t zel_recvmsg(int32_t fd, zel_msghdr* msg, int32_t) {
-    SockInfo info;
-    if (!lookup(fd, info)) return fail(EBADF);
+    const SockInfo* info = lookupRef(fd);
+    if (info == nullptr) return fail(EBADF);
     if (msg == nullptr) return fail(EFAULT);
-    if (info.kind == SockKind::Packet) return packetRecv(fd, info, msg);
+    if (info->kind == SockKind::Packet) return packetRecv(fd, *info, msg);
     // A route socket: data only.
     std::vector<struct iovec> iov;
     for (uint32_t i = 0; msg->msg_iov != nullptr && i < msg->msg_iovlen && i < 64; i++)
@@ -656,10 +714,10 @@ int32_t zel_recvmsg(int32_t fd, zel_msghdr* msg, int32_t) {
 }
 
 int32_t zel_sendmsg(int32_t fd, const zel_msghdr* msg, int32_t) {
-    SockInfo info;
-    if (!lookup(fd, info)) return fail(EBADF);
+    const SockInfo* info = lookupRef(fd);
+    if (info == nullptr) return fail(EBADF);
     if (msg == nullptr) return fail(EFAULT);
-    if (info.kind != SockKind::Packet) return fail(EOPNOTSUPP);
+    if (info->kind != SockKind::Packet) return fail(EOPNOTSUPP);
     return packetSend(fd, msg);
 }
 
@@ -674,6 +732,7 @@ int32_t zel_close(int32_t fd) {
         }
         std::unique_lock<std::shared_mutex> lock(gSockMutex);
         gSocks.erase(fd);
+        socksChanged();
     }
     if (::close(fd) != 0) return fail(errno);
     return 0;

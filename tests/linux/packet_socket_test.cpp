@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <vector>
 
@@ -359,6 +360,68 @@ TEST_F(PacketSocketTest, SentFramesLeaveWithTheRightHeaderAndTags) {
         CHECK_TRUE(errnoGet() != 0);
         m.msg_namelen = 8;  // an address cut short
         CHECK_TRUE(zel_sendmsg(fd, &m, ZEL_MSG_PKTINFO) < 0);
+    });
+    EXPECT_TRUE(r.ok()) << r.failures;
+}
+
+// The worker's calls remember each descriptor's record between frames; a
+// change made since (receive information switched off, the socket closed,
+// its number given to a new socket) is seen by the very next call.
+TEST_F(PacketSocketTest, ChangesToASocketAreSeenByTheNextCall) {
+    auto r = lt::runChild(ns_->name(), env(), [] {
+        uint32_t unit = if_nametoindex("a0");
+        int32_t fd = openPacketSocket();
+        trap(unit, true);
+        int far = rawSocket("a1");
+        CHECK_TRUE(far >= 0);
+
+        CHECK_TRUE(rawSend(far, ethFrame(BCAST, CLIENT, {}, 0x8863)));
+        Got g = platformRecv(fd);
+        CHECK_EQ(46, g.len);
+        CHECK_TRUE(g.hasInfo);
+
+        int32_t off = 0;
+        CHECK_EQ(0, zel_setsockopt(fd, ZEL_SOL_PACKET, ZEL_RX_PKTINFO, &off, 4));
+        CHECK_TRUE(rawSend(far, ethFrame(BCAST, CLIENT, {}, 0x8863)));
+        g = platformRecv(fd);
+        CHECK_EQ(46, g.len);
+        CHECK_TRUE(!g.hasInfo);
+
+        CHECK_EQ(0, zel_close(fd));
+        uint8_t data[20] = {0x11, 0x09};
+        zel_iovec iov = {data, sizeof(data)};
+        zel_sockaddr_ll to;
+        std::memset(&to, 0, sizeof(to));
+        to.sll_family = ZEL_AF_PACKET;
+        to.sll_ifindex = static_cast<int32_t>(unit);
+        to.sll_halen = 6;
+        std::memcpy(to.sll_addr, BCAST, 6);
+        zel_msghdr m;
+        std::memset(&m, 0, sizeof(m));
+        m.msg_name = &to;
+        m.msg_namelen = sizeof(to);
+        m.msg_iov = &iov;
+        m.msg_iovlen = 1;
+        CHECK_TRUE(zel_sendmsg(fd, &m, ZEL_MSG_PKTINFO) < 0);
+        CHECK_EQ(EBADF, errnoGet());
+        uint8_t buf[64];
+        zel_iovec riov = {buf, sizeof(buf)};
+        zel_msghdr rm;
+        std::memset(&rm, 0, sizeof(rm));
+        rm.msg_iov = &riov;
+        rm.msg_iovlen = 1;
+        CHECK_TRUE(zel_recvmsg(fd, &rm, 0) < 0);
+        CHECK_EQ(EBADF, errnoGet());
+
+        // The lowest free number comes back: a new socket under the old number
+        // is the new socket, with its own receive information.
+        int32_t again = openPacketSocket();
+        CHECK_EQ(fd, again);
+        CHECK_TRUE(rawSend(far, ethFrame(BCAST, CLIENT, {}, 0x8863)));
+        g = platformRecv(again);
+        CHECK_EQ(46, g.len);
+        CHECK_TRUE(g.hasInfo);
+        CHECK_EQ(20, zel_sendmsg(again, &m, ZEL_MSG_PKTINFO));
     });
     EXPECT_TRUE(r.ok()) << r.failures;
 }
