@@ -67,6 +67,9 @@ auto& gSocks = *new std::map<int, SockInfo>;
 
 // Largest frame read or built; discovery frames are far smaller.
 constexpr size_t FRAME_MAX = 16 * 1024;
+// A block of the ring takes the largest frame whole, after the block's own
+// header and the frame's header and address.
+static_assert(RxRing::BLOCK_SIZE >= sizeof(struct tpacket_block_desc) + 128 + FRAME_MAX);
 // Frames stepped over (the trap of their port is off) in one receive call.
 constexpr int RECV_SKIP_MAX = 64;
 // While the receive ring has frames, the other descriptors of a wait are
