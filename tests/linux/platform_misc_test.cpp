@@ -3,6 +3,10 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <net/if.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -53,6 +57,68 @@ TEST(LinuxLogging, PartsComeOutAsOneBlockOnStandardError) {
                         "type=[state])\n"))
         << text;
     EXPECT_NE(std::string::npos, text.find("debug 0x45d0004: Failed to create socket!\n")) << text;
+}
+
+// Without PPPOEPLUS_LOG the messages go to syslog: facility daemon, the
+// daemon's level as the priority, tagged with the process, one datagram per
+// message or block, without the daemon's carriage returns and last line end.
+// The child gets a /dev of its own (a mount namespace with a tmpfs on /dev)
+// whose /dev/log is a socket the test reads.
+TEST(LinuxLogging, WithoutStandardErrorTheMessagesGoToSyslog) {
+    LT_NEED_NETNS();  // root, as for the namespaces
+    lt::TempDir dir;
+    std::string out = dir.path() + "/syslog.txt";
+    auto r = lt::runChild("", {"PPPOEPLUS_CONF=" + dir.path() + "/none"}, [out] {
+        CHECK_EQ(0, ::unshare(CLONE_NEWNS));
+        CHECK_EQ(0, ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr));
+        CHECK_EQ(0, ::mount("tmpfs", "/dev", "tmpfs", 0, "size=64k"));
+        int sink = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        struct sockaddr_un a;
+        std::memset(&a, 0, sizeof(a));
+        a.sun_family = AF_UNIX;
+        std::strcpy(a.sun_path, "/dev/log");
+        CHECK_EQ(0, ::bind(sink, reinterpret_cast<struct sockaddr*>(&a), sizeof(a)));
+        struct timeval tv = {2, 0};
+        ::setsockopt(sink, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
+
+        loggingDebugOutput(0x45D0004, 3, LOG_PART_WHOLE, "Failed to create socket!\r\n");
+        loggingDebugOutput(0x45D0000, 7, LOG_PART_FIRST, "=====\r\n");
+        loggingDebugOutput(0x45D0000, 0, LOG_PART_MIDDLE, "%02x ", 0x11);
+        loggingDebugOutput(0x45D0000, 0, LOG_PART_LAST, "\r\n=====\r\n");
+        loggingLogOutput(0x45D0006, 6, LOG_PART_WHOLE, "The interface enable protocol error.(ifName=[%s])\r\n",
+                         "eth1");
+        std::string text;
+        for (int i = 0; i < 3; i++) {
+            char buf[2048];
+            ssize_t n = ::recv(sink, buf, sizeof(buf), 0);
+            CHECK_TRUE(n > 0);
+            if (n <= 0) break;
+            text.append(buf, static_cast<size_t>(n));
+            text.push_back('|');  // where a datagram ends
+        }
+        FILE* f = std::fopen(out.c_str(), "w");
+        CHECK_TRUE(f != nullptr);
+        if (f != nullptr) {
+            std::fprintf(f, "%d\n%s", static_cast<int>(::getpid()), text.c_str());
+            std::fclose(f);
+        }
+    });
+    ASSERT_TRUE(r.ok()) << r.failures;
+    std::string got = lt::readFile(out);
+    size_t nl = got.find('\n');
+    ASSERT_NE(std::string::npos, nl) << got;
+    std::string who = "pppoeplusd[" + got.substr(0, nl) + "]: ";
+    std::string text = got.substr(nl + 1);
+    EXPECT_EQ(std::string::npos, text.find('\r')) << text;
+    // Facility daemon (3 << 3) plus the level: <27> error, <31> debug, <30> info.
+    EXPECT_EQ(0u, text.find("<27>")) << text;
+    EXPECT_NE(std::string::npos, text.find(who + "debug 0x45d0004: Failed to create socket!|")) << text;
+    EXPECT_NE(std::string::npos, text.find("|<31>")) << text;
+    EXPECT_NE(std::string::npos, text.find(who + "debug 0x45d0000: =====\n11 \n=====|")) << text;
+    EXPECT_NE(std::string::npos, text.find("|<30>")) << text;
+    EXPECT_NE(std::string::npos,
+              text.find(who + "log 0x45d0006: The interface enable protocol error.(ifName=[eth1])|"))
+        << text;
 }
 
 TEST(LinuxLogging, LevelsAboveTheConfiguredOneAreLeftOut) {

@@ -468,6 +468,84 @@ TEST_F(SystemTest, APonPortSendsTheOltLineIdAsItsOnlySubOption) {
     EXPECT_EQ("padi-rcv: 1\n", ctl({"if", "p1", "get", "padi-rcv"}));
 }
 
+TEST_F(SystemTest, AnOltRepeatsTheLineIdThatAnOnusAgentWroteIntoTheClientsTag) {
+    ST_NEED(false, true);
+    Lab::Options o;
+    o.conf =
+        "pppoeplus.poncommontype = ponolt\n"
+        "pppoeplus.gponifenable = true\n"
+        "port.p1 = kind=gpon slot=2 port=5\n";
+    LAB_UP(o);
+    ASSERT_EQ(0, lab.ctl({"shell", "pppoeplusPonTest", "p1", "7"}).status);
+    Capture cap(lab.server(), "s0");
+    ASSERT_TRUE(cap.ok());
+    // The tag an ONU's agent put in: its line id is the word with ":eth".
+    const std::string onuCircuit = "ONU-9 olt-a/1/2:eth 0/3";
+    char len[3];
+    std::snprintf(len, sizeof(len), "%02x", static_cast<unsigned>(onuCircuit.size()));
+    const std::string onuVs = "00000de9" "01" + std::string(len) + hexOf(onuCircuit);
+    // A word with ":atm" counts too; one without either gives no line id.
+    const std::string atmCircuit = "x olt-b/4:atm";
+    std::snprintf(len, sizeof(len), "%02x", static_cast<unsigned>(atmCircuit.size()));
+    const std::string atmVs = "00000de9" "01" + std::string(len) + hexOf(atmCircuit);
+    const std::string plainCircuit = "ONU-9 olt-a/1/2:pon 0/3";
+    std::snprintf(len, sizeof(len), "%02x", static_cast<unsigned>(plainCircuit.size()));
+    const std::string plainVs = "00000de9" "01" + std::string(len) + hexOf(plainCircuit);
+    craft("c0", {"src=" + clientMac(0xb0) + ",vs=" + onuVs, "src=" + clientMac(0xb1) + ",vs=" + atmVs,
+                 "src=" + clientMac(0xb2) + ",vs=" + plainVs});
+    ASSERT_TRUE(waitCount(cap, clientMac(0xb2), 1));
+    ASSERT_TRUE(waitCount(cap, clientMac(0xb0), 1));
+    ASSERT_TRUE(waitCount(cap, clientMac(0xb1), 1));
+    // The policy is replace: the OLT's own line id, with the ONU's word after
+    // the ONU number.
+    std::vector<Decoded> d = decode(cap, clientMac(0xb0));
+    ASSERT_EQ(1u, d.size());
+    EXPECT_EQ("0 0/0/0:0.0 02:00:00:00:00:01/0/0/2/0/5/7 olt-a/1/2:eth GP", d[0].circuitId);
+    EXPECT_EQ("", d[0].remoteId);
+    d = decode(cap, clientMac(0xb1));
+    ASSERT_EQ(1u, d.size());
+    EXPECT_EQ("0 0/0/0:0.0 02:00:00:00:00:01/0/0/2/0/5/7 olt-b/4:atm GP", d[0].circuitId);
+    d = decode(cap, clientMac(0xb2));
+    ASSERT_EQ(1u, d.size());
+    EXPECT_EQ("0 0/0/0:0.0 02:00:00:00:00:01/0/0/2/0/5/7 GP", d[0].circuitId);
+    EXPECT_EQ("padi-rcv: 3\n", ctl({"if", "p1", "get", "padi-rcv"}));
+}
+
+TEST_F(SystemTest, AnOnuPortSendsTheOnuLineIdWithItsEmptyKeywords) {
+    ST_NEED(false, true);
+    Lab::Options o;
+    o.conf =
+        "pppoeplus.poncommontype = pononu\n"
+        "pppoeplus.gponifenable = true\n"
+        "port.p1 = kind=gpon slot=1 port=1\n";
+    LAB_UP(o);
+    ASSERT_EQ(0, lab.ctl({"shell", "pppoeplusPonTest", "p1", "3"}).status);
+    EXPECT_EQ("pon-circuit-id-format: '0/0/0:0.0 0/0/0/0/0/0/0 %onuslot/%onusubslot/%onuport 0'\n",
+              ctl({"get", "pon-circuit-id-format"}));
+    EXPECT_TRUE(contains(ctl({"shell", "pppoeplusShow"}), "ponDefaultType:2 pon-onu"));
+
+    Capture cap(lab.server(), "s0");
+    ASSERT_TRUE(cap.ok());
+    // A client tag with an ":eth" word: an ONU does not take line ids over.
+    const std::string circuit = "up olt-a/1/2:eth";
+    char len[3];
+    std::snprintf(len, sizeof(len), "%02x", static_cast<unsigned>(circuit.size()));
+    craft("c0", {"src=" + clientMac(0xc0), "src=" + clientMac(0xc1) + ",vs=00000de9" "01" + len + hexOf(circuit)});
+    ASSERT_TRUE(waitCount(cap, clientMac(0xc0), 1));
+    ASSERT_TRUE(waitCount(cap, clientMac(0xc1), 1));
+    const std::string lineId = "0/0/0:0.0 0/0/0/0/0/0/0 // 0";
+    for (int n : {0xc0, 0xc1}) {
+        std::vector<Frame> raw;
+        std::vector<Decoded> d = decode(cap, clientMac(n), &raw);
+        ASSERT_EQ(1u, d.size());
+        EXPECT_EQ("3561", d[0].vendorId);
+        EXPECT_EQ(lineId, d[0].circuitId);
+        EXPECT_EQ("", d[0].remoteId);
+        std::snprintf(len, sizeof(len), "%02x", static_cast<unsigned>(lineId.size()));
+        EXPECT_EQ("00000de9" "01" + std::string(len) + hexOf(lineId), hexOf(*st::pppoeTag(raw[0], 0x0105)));
+    }
+}
+
 // ---- interface events ------------------------------------------------------------------------------------
 
 TEST_F(SystemTest, PortsThatComeAndGoGetAndLoseTheirEntriesAndAResetPortClearsOne) {
