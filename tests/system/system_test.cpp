@@ -58,6 +58,22 @@ std::string agentVs(const std::string& circuit, const std::string& remote) {
     return v;
 }
 
+// A PON port's tag value: vendor 3561 and the Circuit-ID sub-option alone.
+std::string circuitOnlyVs(const std::string& circuit) {
+    char len[3];
+    std::snprintf(len, sizeof(len), "%02x", static_cast<unsigned>(circuit.size()));
+    return "00000de9" "01" + std::string(len) + hexOf(circuit);
+}
+
+// A lab whose agent runs as an OLT ("ponolt") or ONU ("pononu") with one
+// G-PON port p1 at the given place.
+st::Lab::Options ponLab(const std::string& device, const std::string& place) {
+    st::Lab::Options o;
+    o.conf = "pppoeplus.poncommontype = " + device + "\npppoeplus.gponifenable = true\nport.p1 = kind=gpon " + place +
+             "\n";
+    return o;
+}
+
 class SystemTest : public ::testing::Test {
   protected:
     void TearDown() override {
@@ -426,12 +442,7 @@ TEST_F(SystemTest, EachUplinkGetsOneCopyAndNothingLeaksPastTheAgent) {
 
 TEST_F(SystemTest, APonPortSendsTheOltLineIdAsItsOnlySubOption) {
     ST_NEED(false, true);
-    Lab::Options o;
-    o.conf =
-        "pppoeplus.poncommontype = ponolt\n"
-        "pppoeplus.gponifenable = true\n"
-        "port.p1 = kind=gpon slot=2 port=5\n";
-    LAB_UP(o);
+    LAB_UP(ponLab("ponolt", "slot=2 port=5"));
     const uint32_t p1 = lab.unit("p1");
     Result r = lab.ctl({"shell", "pppoeplusPonTest", "p1", "7"});
     EXPECT_EQ(0, r.status) << r.all();
@@ -460,9 +471,7 @@ TEST_F(SystemTest, APonPortSendsTheOltLineIdAsItsOnlySubOption) {
     EXPECT_EQ(lineId, d[0].circuitId);
     EXPECT_EQ("", d[0].remoteId);
     // Vendor id, then the Circuit-ID sub-option alone.
-    char len[3];
-    std::snprintf(len, sizeof(len), "%02x", static_cast<unsigned>(lineId.size()));
-    EXPECT_EQ("00000de9" "01" + std::string(len) + hexOf(lineId), hexOf(*st::pppoeTag(raw[0], 0x0105)));
+    EXPECT_EQ(circuitOnlyVs(lineId), hexOf(*st::pppoeTag(raw[0], 0x0105)));
     // The %accessnode keyword fetched the system MAC.
     EXPECT_TRUE(contains(ctl({"shell", "pppoeplusShow"}), "sys mac:02:00:00:00:00:01\n"));
     EXPECT_EQ("padi-rcv: 1\n", ctl({"if", "p1", "get", "padi-rcv"}));
@@ -470,29 +479,15 @@ TEST_F(SystemTest, APonPortSendsTheOltLineIdAsItsOnlySubOption) {
 
 TEST_F(SystemTest, AnOltRepeatsTheLineIdThatAnOnusAgentWroteIntoTheClientsTag) {
     ST_NEED(false, true);
-    Lab::Options o;
-    o.conf =
-        "pppoeplus.poncommontype = ponolt\n"
-        "pppoeplus.gponifenable = true\n"
-        "port.p1 = kind=gpon slot=2 port=5\n";
-    LAB_UP(o);
+    LAB_UP(ponLab("ponolt", "slot=2 port=5"));
     ASSERT_EQ(0, lab.ctl({"shell", "pppoeplusPonTest", "p1", "7"}).status);
     Capture cap(lab.server(), "s0");
     ASSERT_TRUE(cap.ok());
-    // The tag an ONU's agent put in: its line id is the word with ":eth".
-    const std::string onuCircuit = "ONU-9 olt-a/1/2:eth 0/3";
-    char len[3];
-    std::snprintf(len, sizeof(len), "%02x", static_cast<unsigned>(onuCircuit.size()));
-    const std::string onuVs = "00000de9" "01" + std::string(len) + hexOf(onuCircuit);
-    // A word with ":atm" counts too; one without either gives no line id.
-    const std::string atmCircuit = "x olt-b/4:atm";
-    std::snprintf(len, sizeof(len), "%02x", static_cast<unsigned>(atmCircuit.size()));
-    const std::string atmVs = "00000de9" "01" + std::string(len) + hexOf(atmCircuit);
-    const std::string plainCircuit = "ONU-9 olt-a/1/2:pon 0/3";
-    std::snprintf(len, sizeof(len), "%02x", static_cast<unsigned>(plainCircuit.size()));
-    const std::string plainVs = "00000de9" "01" + std::string(len) + hexOf(plainCircuit);
-    craft("c0", {"src=" + clientMac(0xb0) + ",vs=" + onuVs, "src=" + clientMac(0xb1) + ",vs=" + atmVs,
-                 "src=" + clientMac(0xb2) + ",vs=" + plainVs});
+    // The tag an ONU's agent put in: its line id is the word with ":eth". A
+    // word with ":atm" counts too; one without either gives no line id.
+    craft("c0", {"src=" + clientMac(0xb0) + ",vs=" + circuitOnlyVs("ONU-9 olt-a/1/2:eth 0/3"),
+                 "src=" + clientMac(0xb1) + ",vs=" + circuitOnlyVs("x olt-b/4:atm"),
+                 "src=" + clientMac(0xb2) + ",vs=" + circuitOnlyVs("ONU-9 olt-a/1/2:pon 0/3")});
     ASSERT_TRUE(waitCount(cap, clientMac(0xb2), 1));
     ASSERT_TRUE(waitCount(cap, clientMac(0xb0), 1));
     ASSERT_TRUE(waitCount(cap, clientMac(0xb1), 1));
@@ -513,12 +508,7 @@ TEST_F(SystemTest, AnOltRepeatsTheLineIdThatAnOnusAgentWroteIntoTheClientsTag) {
 
 TEST_F(SystemTest, AnOnuPortSendsTheOnuLineIdWithItsEmptyKeywords) {
     ST_NEED(false, true);
-    Lab::Options o;
-    o.conf =
-        "pppoeplus.poncommontype = pononu\n"
-        "pppoeplus.gponifenable = true\n"
-        "port.p1 = kind=gpon slot=1 port=1\n";
-    LAB_UP(o);
+    LAB_UP(ponLab("pononu", "slot=1 port=1"));
     ASSERT_EQ(0, lab.ctl({"shell", "pppoeplusPonTest", "p1", "3"}).status);
     EXPECT_EQ("pon-circuit-id-format: '0/0/0:0.0 0/0/0/0/0/0/0 %onuslot/%onusubslot/%onuport 0'\n",
               ctl({"get", "pon-circuit-id-format"}));
@@ -527,10 +517,7 @@ TEST_F(SystemTest, AnOnuPortSendsTheOnuLineIdWithItsEmptyKeywords) {
     Capture cap(lab.server(), "s0");
     ASSERT_TRUE(cap.ok());
     // A client tag with an ":eth" word: an ONU does not take line ids over.
-    const std::string circuit = "up olt-a/1/2:eth";
-    char len[3];
-    std::snprintf(len, sizeof(len), "%02x", static_cast<unsigned>(circuit.size()));
-    craft("c0", {"src=" + clientMac(0xc0), "src=" + clientMac(0xc1) + ",vs=00000de9" "01" + len + hexOf(circuit)});
+    craft("c0", {"src=" + clientMac(0xc0), "src=" + clientMac(0xc1) + ",vs=" + circuitOnlyVs("up olt-a/1/2:eth")});
     ASSERT_TRUE(waitCount(cap, clientMac(0xc0), 1));
     ASSERT_TRUE(waitCount(cap, clientMac(0xc1), 1));
     const std::string lineId = "0/0/0:0.0 0/0/0/0/0/0/0 // 0";
@@ -541,8 +528,7 @@ TEST_F(SystemTest, AnOnuPortSendsTheOnuLineIdWithItsEmptyKeywords) {
         EXPECT_EQ("3561", d[0].vendorId);
         EXPECT_EQ(lineId, d[0].circuitId);
         EXPECT_EQ("", d[0].remoteId);
-        std::snprintf(len, sizeof(len), "%02x", static_cast<unsigned>(lineId.size()));
-        EXPECT_EQ("00000de9" "01" + std::string(len) + hexOf(lineId), hexOf(*st::pppoeTag(raw[0], 0x0105)));
+        EXPECT_EQ(circuitOnlyVs(lineId), hexOf(*st::pppoeTag(raw[0], 0x0105)));
     }
 }
 
