@@ -354,11 +354,9 @@ TEST_F(RxRingTest, AnEmptyRingNeverBlocksTheReader) {
 }
 
 void spinMicroseconds(int64_t us) {
-    struct timespec start, now;
-    ::clock_gettime(CLOCK_MONOTONIC, &start);
-    do {
-        ::clock_gettime(CLOCK_MONOTONIC, &now);
-    } while ((now.tv_sec - start.tv_sec) * 1000000 + (now.tv_nsec - start.tv_nsec) / 1000 < us);
+    const double end = secondsNow() + static_cast<double>(us) * 1e-6;
+    while (secondsNow() < end) {
+    }
 }
 
 TEST_F(RxRingTest, RouteEventsAreNotHeldBackWhileTheRingIsFull) {
