@@ -14,6 +14,7 @@
 #include <cstring>
 #include <vector>
 
+#include "lt_frames.h"
 #include "lt_netns.h"
 #include "platform/ifdb.h"
 #include "platform/socket.h"
@@ -21,43 +22,16 @@
 
 namespace {
 
+using lt::discoveryFrame;
+using lt::openPacketSocket;
+using lt::platformRecv;
+using lt::rawSend;
+using lt::rawSocket;
+using lt::trap;
+using Got = lt::PlatformFrame;
+const uint8_t* const BCAST = lt::BROADCAST;
+
 const uint8_t CLIENT[6] = {0x02, 0x00, 0x00, 0x00, 0x00, 0x01};
-const uint8_t BCAST[6] = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff};
-const uint8_t PADI[] = {0x11, 0x09, 0x00, 0x00, 0x00, 0x04, 0x01, 0x01, 0x00, 0x00};
-
-std::vector<uint8_t> ethFrame(const uint8_t dst[6], const uint8_t src[6],
-                              const std::vector<std::pair<uint16_t, uint16_t>>& tags, uint16_t type) {
-    std::vector<uint8_t> f(dst, dst + 6);
-    f.insert(f.end(), src, src + 6);
-    for (auto [tpid, tci] : tags) {
-        f.push_back(tpid >> 8);
-        f.push_back(tpid & 0xff);
-        f.push_back(tci >> 8);
-        f.push_back(tci & 0xff);
-    }
-    f.push_back(type >> 8);
-    f.push_back(type & 0xff);
-    f.insert(f.end(), PADI, PADI + sizeof(PADI));
-    f.resize(60, 0);
-    return f;
-}
-
-// A raw socket of the test on the far end of the veth.
-int rawSocket(const char* ifName) {
-    int fd = ::socket(AF_PACKET, SOCK_RAW, htons(ETH_P_ALL));
-    if (fd < 0) return -1;
-    struct sockaddr_ll a;
-    std::memset(&a, 0, sizeof(a));
-    a.sll_family = AF_PACKET;
-    a.sll_protocol = htons(ETH_P_ALL);
-    a.sll_ifindex = static_cast<int>(if_nametoindex(ifName));
-    if (::bind(fd, reinterpret_cast<struct sockaddr*>(&a), sizeof(a)) != 0) return -1;
-    int one = 1;
-    ::setsockopt(fd, SOL_PACKET, PACKET_AUXDATA, &one, sizeof(one));
-    return fd;
-}
-
-bool rawSend(int fd, const std::vector<uint8_t>& f) { return ::send(fd, f.data(), f.size(), 0) == (ssize_t)f.size(); }
 
 struct RawFrame {
     std::vector<uint8_t> bytes;
@@ -103,63 +77,6 @@ bool rawRecv(int fd, const uint8_t src[6], RawFrame& out, int ms = 2000) {
     }
 }
 
-// One frame through the platform's socket: its data, address and receive record.
-struct Got {
-    int32_t len = -1;
-    std::vector<uint8_t> data;
-    zel_sockaddr_ll addr;
-    bool hasInfo = false;
-    zel_pkt_rxinfo info;
-};
-
-Got platformRecv(int32_t fd, int ms = 2000) {
-    Got g;
-    zel_fd_set set;
-    ZEL_FD_ZERO(&set);
-    ZEL_FD_SET(fd, &set);
-    zel_timeval tv = {ms / 1000, (ms % 1000) * 1000};
-    if (zel_select(fd + 1, &set, nullptr, nullptr, &tv) < 1) return g;
-    uint8_t buf[1400] = {};
-    alignas(4) uint8_t control[128] = {};
-    zel_iovec iov = {buf, sizeof(buf)};
-    zel_msghdr m;
-    std::memset(&m, 0, sizeof(m));
-    std::memset(&g.addr, 0, sizeof(g.addr));
-    m.msg_name = &g.addr;
-    m.msg_namelen = sizeof(g.addr);
-    m.msg_iov = &iov;
-    m.msg_iovlen = 1;
-    m.msg_control = control;
-    m.msg_controllen = sizeof(control);
-    g.len = zel_recvmsg(fd, &m, 0);
-    if (g.len > 0) g.data.assign(buf, buf + g.len);
-    if (m.msg_controllen >= ZEL_CMSG_LEN(sizeof(zel_pkt_rxinfo))) {
-        zel_cmsghdr c;
-        std::memcpy(&c, control, sizeof(c));
-        if (c.cmsg_level == ZEL_SOL_PACKET && c.cmsg_type == ZEL_RX_PKTINFO) {
-            std::memcpy(&g.info, control + ZEL_CMSG_HDRLEN, sizeof(g.info));
-            g.hasInfo = true;
-        }
-    }
-    return g;
-}
-
-int32_t openPacketSocket() {
-    int32_t fd = zel_socket(ZEL_AF_PACKET, ZEL_SOCK_DGRAM, ZEL_ETH_P_PPPOE_DISC);
-    int32_t one = 1;
-    CHECK_TRUE(fd > 0);
-    CHECK_EQ(0, zel_setsockopt(fd, ZEL_SOL_PACKET, ZEL_RX_PKTINFO, &one, 4));
-    int32_t size = 0x100000;
-    CHECK_EQ(0, zel_setsockopt(fd, ZEL_SOL_SOCKET, ZEL_SO_RCVBUF, &size, 4));
-    return fd;
-}
-
-void trap(uint32_t unit, bool on) {
-    tZelIfProto p{};
-    p.protoId = ZEL_PROTO_PPPOEPLUS;
-    CHECK_EQ(0u, zelIfSetApi(unit, on ? ZEL_IF_ATTR_PROTO_ON : ZEL_IF_ATTR_PROTO_OFF, &p));
-}
-
 class PacketSocketTest : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -184,7 +101,7 @@ TEST_F(PacketSocketTest, ReceivedFramesCarryMacsVlanIdsAndPriorities) {
         CHECK_TRUE(far >= 0);
 
         // Untagged.
-        CHECK_TRUE(rawSend(far, ethFrame(BCAST, CLIENT, {}, 0x8863)));
+        CHECK_TRUE(rawSend(far, discoveryFrame(BCAST, CLIENT, {}, 0x8863)));
         Got g = platformRecv(fd);
         CHECK_EQ(46, g.len);  // from the PPPoE header to the end of the padded frame
         CHECK_TRUE(g.data.size() >= 2 && g.data[0] == 0x11 && g.data[1] == 0x09);
@@ -199,7 +116,7 @@ TEST_F(PacketSocketTest, ReceivedFramesCarryMacsVlanIdsAndPriorities) {
         CHECK_EQ(0, g.info.vlanCount);
 
         // 802.1Q, id 100, priority 5.
-        CHECK_TRUE(rawSend(far, ethFrame(BCAST, CLIENT, {{0x8100, (5 << 13) | 100}}, 0x8863)));
+        CHECK_TRUE(rawSend(far, discoveryFrame(BCAST, CLIENT, {{0x8100, (5 << 13) | 100}}, 0x8863)));
         g = platformRecv(fd);
         CHECK_TRUE(g.hasInfo);
         CHECK_TRUE(g.data.size() >= 2 && g.data[1] == 0x09);
@@ -211,7 +128,7 @@ TEST_F(PacketSocketTest, ReceivedFramesCarryMacsVlanIdsAndPriorities) {
 
         // 802.1ad id 200 priority 3 outside 802.1Q id 100 priority 6.
         const uint8_t unicast[6] = {0x02, 0x00, 0x00, 0x00, 0x00, 0x99};
-        CHECK_TRUE(rawSend(far, ethFrame(unicast, CLIENT, {{0x88a8, (3 << 13) | 200}, {0x8100, (6 << 13) | 100}}, 0x8863)));
+        CHECK_TRUE(rawSend(far, discoveryFrame(unicast, CLIENT, {{0x88a8, (3 << 13) | 200}, {0x8100, (6 << 13) | 100}}, 0x8863)));
         g = platformRecv(fd);
         CHECK_TRUE(g.hasInfo);
         CHECK_TRUE(g.data.size() >= 2 && g.data[0] == 0x11);
@@ -223,8 +140,8 @@ TEST_F(PacketSocketTest, ReceivedFramesCarryMacsVlanIdsAndPriorities) {
         CHECK_EQ(0, std::memcmp(unicast, g.info.dstMac, 6));
 
         // Not discovery frames: nothing.
-        CHECK_TRUE(rawSend(far, ethFrame(BCAST, CLIENT, {}, 0x8864)));
-        CHECK_TRUE(rawSend(far, ethFrame(BCAST, CLIENT, {{0x8100, 7}}, 0x0800)));
+        CHECK_TRUE(rawSend(far, discoveryFrame(BCAST, CLIENT, {}, 0x8864)));
+        CHECK_TRUE(rawSend(far, discoveryFrame(BCAST, CLIENT, {{0x8100, 7}}, 0x0800)));
         g = platformRecv(fd, 300);
         CHECK_TRUE(g.len < 0);
     });
@@ -237,16 +154,16 @@ TEST_F(PacketSocketTest, FramesFromAPortWhoseTrapIsOffAreNotDelivered) {
         int32_t fd = openPacketSocket();
         int far = rawSocket("a1");
         // Never switched on.
-        CHECK_TRUE(rawSend(far, ethFrame(BCAST, CLIENT, {}, 0x8863)));
+        CHECK_TRUE(rawSend(far, discoveryFrame(BCAST, CLIENT, {}, 0x8863)));
         Got g = platformRecv(fd, 300);
         CHECK_TRUE(g.len < 0);
         // On, then off again.
         trap(unit, true);
-        CHECK_TRUE(rawSend(far, ethFrame(BCAST, CLIENT, {}, 0x8863)));
+        CHECK_TRUE(rawSend(far, discoveryFrame(BCAST, CLIENT, {}, 0x8863)));
         g = platformRecv(fd);
         CHECK_TRUE(g.len > 0);
         trap(unit, false);
-        CHECK_TRUE(rawSend(far, ethFrame(BCAST, CLIENT, {}, 0x8863)));
+        CHECK_TRUE(rawSend(far, discoveryFrame(BCAST, CLIENT, {}, 0x8863)));
         g = platformRecv(fd, 300);
         CHECK_TRUE(g.len < 0);
         // An unknown unit cannot be switched on; off is no error.
@@ -375,14 +292,14 @@ TEST_F(PacketSocketTest, ChangesToASocketAreSeenByTheNextCall) {
         int far = rawSocket("a1");
         CHECK_TRUE(far >= 0);
 
-        CHECK_TRUE(rawSend(far, ethFrame(BCAST, CLIENT, {}, 0x8863)));
+        CHECK_TRUE(rawSend(far, discoveryFrame(BCAST, CLIENT, {}, 0x8863)));
         Got g = platformRecv(fd);
         CHECK_EQ(46, g.len);
         CHECK_TRUE(g.hasInfo);
 
         int32_t off = 0;
         CHECK_EQ(0, zel_setsockopt(fd, ZEL_SOL_PACKET, ZEL_RX_PKTINFO, &off, 4));
-        CHECK_TRUE(rawSend(far, ethFrame(BCAST, CLIENT, {}, 0x8863)));
+        CHECK_TRUE(rawSend(far, discoveryFrame(BCAST, CLIENT, {}, 0x8863)));
         g = platformRecv(fd);
         CHECK_EQ(46, g.len);
         CHECK_TRUE(!g.hasInfo);
@@ -417,7 +334,7 @@ TEST_F(PacketSocketTest, ChangesToASocketAreSeenByTheNextCall) {
         // is the new socket, with its own receive information.
         int32_t again = openPacketSocket();
         CHECK_EQ(fd, again);
-        CHECK_TRUE(rawSend(far, ethFrame(BCAST, CLIENT, {}, 0x8863)));
+        CHECK_TRUE(rawSend(far, discoveryFrame(BCAST, CLIENT, {}, 0x8863)));
         g = platformRecv(again);
         CHECK_EQ(46, g.len);
         CHECK_TRUE(g.hasInfo);

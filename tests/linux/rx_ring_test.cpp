@@ -17,6 +17,7 @@
 #include <cstring>
 #include <vector>
 
+#include "lt_frames.h"
 #include "lt_netns.h"
 #include "platform/ifdb.h"
 #include "platform/linux/internal.h"
@@ -25,43 +26,17 @@
 
 namespace {
 
-const uint8_t BCAST[6] = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff};
+using lt::openPacketSocket;
+using lt::platformRecv;
+using lt::rawSend;
+using lt::rawSocket;
+using Got = lt::PlatformFrame;
 
 // A PADI from `client` behind the given tags, padded to 60 bytes, or to
 // `size` bytes when larger.
 std::vector<uint8_t> padi(const uint8_t client[6], const std::vector<std::pair<uint16_t, uint16_t>>& tags,
                           uint16_t type = 0x8863, size_t size = 60) {
-    std::vector<uint8_t> f(BCAST, BCAST + 6);
-    f.insert(f.end(), client, client + 6);
-    for (auto [tpid, tci] : tags) {
-        f.push_back(static_cast<uint8_t>(tpid >> 8));
-        f.push_back(static_cast<uint8_t>(tpid));
-        f.push_back(static_cast<uint8_t>(tci >> 8));
-        f.push_back(static_cast<uint8_t>(tci));
-    }
-    f.push_back(static_cast<uint8_t>(type >> 8));
-    f.push_back(static_cast<uint8_t>(type));
-    const uint8_t body[] = {0x11, 0x09, 0x00, 0x00, 0x00, 0x04, 0x01, 0x01, 0x00, 0x00};
-    f.insert(f.end(), body, body + sizeof(body));
-    f.resize(std::max<size_t>(size, 60), 0);
-    return f;
-}
-
-int rawSocket(const char* ifName) {
-    int fd = ::socket(AF_PACKET, SOCK_RAW, 0);
-    if (fd < 0) return -1;
-    struct sockaddr_ll a;
-    std::memset(&a, 0, sizeof(a));
-    a.sll_family = AF_PACKET;
-    a.sll_ifindex = static_cast<int>(if_nametoindex(ifName));
-    if (::bind(fd, reinterpret_cast<struct sockaddr*>(&a), sizeof(a)) != 0) return -1;
-    int buf = 8 << 20;
-    ::setsockopt(fd, SOL_SOCKET, SO_SNDBUFFORCE, &buf, sizeof(buf));
-    return fd;
-}
-
-bool rawSend(int fd, const std::vector<uint8_t>& f) {
-    return ::send(fd, f.data(), f.size(), 0) == static_cast<ssize_t>(f.size());
+    return lt::discoveryFrame(lt::BROADCAST, client, tags, type, size);
 }
 
 double secondsNow() {
@@ -104,56 +79,7 @@ double rawBurst(int fd, uint32_t count, uint32_t perSecond = 0) {
     return secondsNow() - start;
 }
 
-struct Got {
-    int32_t len = -1;
-    std::vector<uint8_t> data;
-    zel_sockaddr_ll addr{};
-    uint32_t controlLen = 0;
-    zel_pkt_rxinfo info{};
-};
-
-// Reads one frame as the daemon does: waits for the socket, then receives.
-Got platformRecv(int32_t fd, int ms = 2000) {
-    Got g;
-    zel_fd_set set;
-    ZEL_FD_ZERO(&set);
-    ZEL_FD_SET(fd, &set);
-    zel_timeval tv = {ms / 1000, (ms % 1000) * 1000};
-    if (zel_select(fd + 1, &set, nullptr, nullptr, &tv) < 1) return g;
-    uint8_t buf[1400] = {};
-    alignas(4) uint8_t control[128] = {};
-    zel_iovec iov = {buf, sizeof(buf)};
-    zel_msghdr m;
-    std::memset(&m, 0, sizeof(m));
-    m.msg_name = &g.addr;
-    m.msg_namelen = sizeof(g.addr);
-    m.msg_iov = &iov;
-    m.msg_iovlen = 1;
-    m.msg_control = control;
-    m.msg_controllen = sizeof(control);
-    g.len = zel_recvmsg(fd, &m, 0);
-    if (g.len > 0) g.data.assign(buf, buf + g.len);
-    g.controlLen = m.msg_controllen;
-    if (m.msg_controllen >= ZEL_CMSG_LEN(sizeof(zel_pkt_rxinfo))) std::memcpy(&g.info, control + ZEL_CMSG_HDRLEN, sizeof(g.info));
-    return g;
-}
-
 int32_t setRcvbuf(int32_t fd, int32_t size) { return zel_setsockopt(fd, ZEL_SOL_SOCKET, ZEL_SO_RCVBUF, &size, 4); }
-
-int32_t openPacketSocket(int32_t rcvbuf = 0x100000) {
-    int32_t fd = zel_socket(ZEL_AF_PACKET, ZEL_SOCK_DGRAM, ZEL_ETH_P_PPPOE_DISC);
-    int32_t one = 1;
-    CHECK_TRUE(fd > 0);
-    CHECK_EQ(0, zel_setsockopt(fd, ZEL_SOL_PACKET, ZEL_RX_PKTINFO, &one, 4));
-    if (rcvbuf != 0) CHECK_EQ(0, setRcvbuf(fd, rcvbuf));
-    return fd;
-}
-
-void trapOn(uint32_t unit) {
-    tZelIfProto p{};
-    p.protoId = ZEL_PROTO_PPPOEPLUS;
-    CHECK_EQ(0u, zelIfSetApi(unit, ZEL_IF_ATTR_PROTO_ON, &p));
-}
 
 class RxRingTest : public ::testing::Test {
   protected:
@@ -174,7 +100,7 @@ TEST_F(RxRingTest, TheRingFollowsTheReceiveBufferAsked) {
     auto r = lt::runChild(ns_->name(), env("platform.announce = no\n"), [] {
         uint32_t unit = if_nametoindex("a0");
         int32_t fd = openPacketSocket(0);
-        trapOn(unit);
+        lt::trap(unit, true);
         int far = rawSocket("a1");
         const uint8_t client[6] = {0x02, 0x00, 0x00, 0x00, 0x00, 0x01};
 
@@ -243,7 +169,7 @@ uint64_t backlogDrops() {
 void burstIsHeldWhole(uint32_t perSecond) {
     uint32_t unit = if_nametoindex("a0");
     int32_t fd = openPacketSocket();
-    trapOn(unit);
+    lt::trap(unit, true);
     int far = rawSocket("a1");
     const uint64_t dropsBefore = backlogDrops();
     const double took = rawBurst(far, 10000, perSecond);
@@ -288,7 +214,7 @@ TEST_F(RxRingTest, ABurstTricklingInIsHeldWholeToo) {
 std::vector<Got> receiveSet() {
     uint32_t unit = if_nametoindex("a0");
     int32_t fd = openPacketSocket();
-    trapOn(unit);
+    lt::trap(unit, true);
     int far = rawSocket("a1");
     const uint8_t client[6] = {0x02, 0x00, 0x00, 0x00, 0x00, 0x07};
     std::vector<Got> out;
@@ -382,7 +308,7 @@ TEST_F(RxRingTest, RouteEventsAreNotHeldBackWhileTheRingIsFull) {
     auto r = lt::runChild(ns_->name(), env("platform.announce = no\n"), [] {
         uint32_t unit = if_nametoindex("a0");
         int32_t pkt = openPacketSocket();
-        trapOn(unit);
+        lt::trap(unit, true);
         int32_t rt = zel_socket(ZEL_AF_ROUTE, ZEL_SOCK_DGRAM, 0);
         int32_t group = 1;
         CHECK_TRUE(rt > 0);
