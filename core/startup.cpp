@@ -11,6 +11,7 @@
 #include "format/default_formats.h"
 #include "format/keywords.h"
 #include "iftable/if_entry.h"
+#include "mgmt/call_specs.h"
 #include "mgmt/func_map.h"
 #include "platform/hwil.h"
 #include "platform/ifdb.h"
@@ -202,7 +203,10 @@ uint32_t pppoeplusInit(uint32_t ifPerSubSys, uint32_t defaultEnable, uint32_t ve
         return pppoeplusInitCleanup();
     }
 
-    // Management callers may arrive from here on; they wait on the lock.
+    // Management callers may arrive from here on; they wait on the lock. The
+    // service is told first which value record each call takes, so that it
+    // builds every record itself.
+    (void)icmProcCallSpecInit(PPPOEPLUS_CMD_SERVICE, gPppoeplusCallSpecs.data(), PPPOEPLUS_CALL_SPEC_ROWS);
     (void)icmProcTcpInit(PPPOEPLUS_CMD_SERVICE, PPPOEPLUS_CMD_SOCKET, gPppoeplusFuncMap, PPPOEPLUS_FUNC_MAP_ROWS);
 
     uint32_t taskId = 0;

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Writes the seed corpora of the fuzz targets format_fuzz, rtmsg_fuzz,
-cmdp_fuzz and config_fuzz into corpus/<target>/ (the packet-path target has
+cmdp_fuzz, cmd_service_fuzz and config_fuzz into corpus/<target>/ (the packet-path target has
 make_seed_corpus.py). Each target's input layout is described at the top of
 its source file. Run from anywhere; the output is the same every time.
 """
@@ -178,6 +178,44 @@ CMDP = {
 }
 for name, (sel, body) in CMDP.items():
     write("cmdp_fuzz", name + ".bin", bytes([sel]) + body)
+
+
+# ---- cmd_service_fuzz: the request frames of one connection ---------------------------------
+
+
+def call_frame(seq, body, kind=1):
+    return struct.pack(">HBBII", 0x5050, 1, kind, len(body), seq) + body
+
+
+def calls(*bodies):
+    return b"".join(call_frame(i + 1, b) for i, b in enumerate(bodies))
+
+
+TEXT = b"'%portname:%svlan.%cvlan'"
+SERVICE = {
+    "get-enable": calls(call_request(1, 0, 3, 1, 0)),
+    "enable-then-trust": calls(call_request(2, 0, 3, 1, 1), call_request(7, 10, 1, 1, 1),
+                               call_request(6, 10, 1, 1, 0)),
+    "format-set-get": calls(call_request(2, 0, 5, 1, 1), call_request(2, 0, 6, 2, len(TEXT), len(TEXT), TEXT),
+                            call_request(1, 0, 6, 2, 256, 256)),
+    "if-format": calls(call_request(7, 1, 5, 1, 1), call_request(7, 1, 8, 2, 12, 12, b"0x01 %16svlan"),
+                       call_request(6, 1, 8, 2, 256, 256)),
+    "format-256": calls(call_request(2, 0, 6, 2, 256, 256, b"x" * 256)),
+    "format-257": calls(call_request(2, 0, 6, 2, 257, 257, b"x" * 257)),
+    "nsr-12": calls(call_request(1, 0, 18, 2, 12, 16)),
+    "nsr-4": calls(call_request(1, 0, 18, 2, 4, 4), call_request(1, 0, 3, 1, 0)),
+    "version-small": calls(call_request(1, 0, 9, 2, 20, 20), call_request(1, 0, 9, 2, 64, 64)),
+    "raw-pointer": calls(call_request(2, 0, 6, 3, 4, 16, struct.pack("<QI4x", 0x7F0000001000, 4))),
+    "u32-for-text": calls(call_request(2, 0, 6, 1, 0x41414141)),
+    "text-lies": calls(call_request(2, 0, 6, 2, 30, 30, b"abc")),
+    "iterate": calls(call_request(4, 0, 0, 1, 0), call_request(5, 1, 0, 1, 0), call_request(5, 10, 0, 1, 0)),
+    "clear": calls(call_request(7, 1, 17, 1, 0), call_request(6, 1, 11, 1, 0)),
+    "enable-off": calls(call_request(2, 0, 3, 1, 2), call_request(4, 0, 0, 1, 0)),
+    "shell-kind": call_frame(1, shell_request(b"pppoeplusShow", []), kind=2),
+    "cut-short": call_frame(1, call_request(1, 0, 3, 1, 0))[:20],
+}
+for name, data in SERVICE.items():
+    write("cmd_service_fuzz", name + ".bin", data)
 
 
 # ---- config_fuzz: a configuration text ------------------------------------------------------

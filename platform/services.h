@@ -23,3 +23,36 @@ struct tIcmFuncMap {
 // Starts the command service `service` at the local socket `path`, serving the
 // `rows` rows of `map` on the service's own threads. Returns 0 or an error.
 int32_t icmProcTcpInit(const char* service, const char* path, const tIcmFuncMap* map, uint32_t rows);
+
+// ---- what a remote call's value is ------------------------------------------------------
+//
+// An entry point of a command map takes its value by pointer, and the
+// record behind the pointer depends on the setting (the command code): a u32
+// word, or a {text, length} record over a buffer. A caller in another
+// process cannot hand the process a pointer, so the command service builds
+// every value record itself, from a table of the settings its map serves,
+// and a request only says what goes into it. A request that the table does
+// not list, or whose value does not fit the setting, reaches no entry point.
+
+// The value record built for one setting.
+constexpr uint8_t ICM_VALUE_U32 = 1;       // a u32 word, the caller's value in, the word after the call out
+constexpr uint8_t ICM_VALUE_TEXT_IN = 2;   // {text, length} over the caller's text of at most `capacity` bytes
+constexpr uint8_t ICM_VALUE_TEXT_OUT = 3;  // {buffer, size} over a buffer of `capacity` bytes the entry point fills
+
+// A row that serves every command code of its map row (the iterators).
+constexpr uint32_t ICM_ANY_CMD = 0xFFFFFFFFu;
+
+// One setting a command map serves to other processes.
+struct tIcmCallSpec {
+    uint32_t code;       // row of the command map
+    uint32_t cmd;        // the command code (setting), or ICM_ANY_CMD
+    uint8_t valueKind;   // ICM_VALUE_*
+    uint32_t capacity;   // TEXT_IN: longest text taken; TEXT_OUT: bytes of the buffer built
+    uint32_t minRoom;    // TEXT_OUT: the least buffer size a caller may announce; below it the
+                         // entry point would not come back in a usable state, so the call is refused
+};
+
+// Gives the command service `service` the settings its map serves. Called
+// before icmProcTcpInit for that service; a service started without a table
+// refuses every call. Returns 0 or an error.
+int32_t icmProcCallSpecInit(const char* service, const tIcmCallSpec* specs, uint32_t rows);

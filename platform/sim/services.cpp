@@ -29,3 +29,13 @@ int32_t icmProcTcpInit(const char* service, const char* path, const tIcmFuncMap*
     g.cmdRows = rows;
     return 0;
 }
+
+int32_t icmProcCallSpecInit(const char* service, const tIcmCallSpec* specs, uint32_t rows) {
+    auto f = sim::enter("icmProcCallSpecInit",
+                        "icmProcCallSpecInit(" + std::string(service ? service : "") + "," + std::to_string(rows) + ")");
+    if (f) return static_cast<int32_t>(*f);
+    g.cmdSpecService = service ? service : "";
+    g.cmdSpecs = specs;
+    g.cmdSpecRows = rows;
+    return 0;
+}

@@ -14,6 +14,7 @@
 
 #include "platform/ifdb.h"
 #include "platform/os.h"
+#include "platform/services.h"
 #include "platform/socket.h"
 
 namespace sim {
@@ -175,6 +176,9 @@ struct State {
     std::string cmdPath;
     const void* cmdMap = nullptr;
     uint32_t cmdRows = 0;
+    std::string cmdSpecService;  // icmProcCallSpecInit: the service and its table
+    const tIcmCallSpec* cmdSpecs = nullptr;
+    uint32_t cmdSpecRows = 0;
 };
 
 extern State g;

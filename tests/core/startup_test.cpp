@@ -96,6 +96,7 @@ TEST_F(StartupTest, NoOptionsAtAll) {
         "zel_bind(4,12)",
         "zel_setsockopt(4,270,1,1)",
         "zel_setsockopt(4,65535,4121,141)",
+        "icmProcCallSpecInit(pppoeplusCmd,74)",
         "icmProcTcpInit(pppoeplusCmd,/tmp/pppoeplusNm.socket,9)",
         "silCreateTask(pppoeplus,50,32768)",
         "zelHwilScalarSet(0,499,141,0)",

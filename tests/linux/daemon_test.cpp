@@ -3,6 +3,7 @@
 // place, and leaves nothing behind when it is stopped; a start-up that fails
 // ends with status -1 and says why.
 #include <arpa/inet.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
@@ -58,6 +59,42 @@ class DaemonTest : public ::testing::Test {
     void start(const std::string& conf) {
         daemon_ = lt::spawn({"ip", "netns", "exec", ns_->name(), PPPOEPLUSD_PATH},
                             {"PPPOEPLUS_CONF=" + conf, "PPPOEPLUS_LOG=stderr", "PPPOEPLUS_ROOT=" + dir_.path()}, log_);
+    }
+
+    // client c1 -- p1 [bridge br0] p2 -- s2 server side; the agent serves p1
+    // and p2 and trusts p2, the uplink. `cmd` is the command socket.
+    void bridgeLab(const std::string& extraConf, std::string& cmd) {
+        ASSERT_EQ(0, ns_->sh("ip link add c1 type veth peer name p1 && ip link add s2 type veth peer name p2 && "
+                             "ip link add br0 type bridge && ip link set p1 master br0 && ip link set p2 master br0 && "
+                             "for i in c1 p1 s2 p2 br0; do ip link set $i up; done"));
+        std::string conf = dir_.file("pppoeplus.conf",
+                                     "pppoeplus.defaultenable = true\n"
+                                     "pppoeplus.defaultportenable = true\n"
+                                     "platform.exclude = c1 s2 d1 d2\n" +
+                                         extraConf);
+        start(conf);
+        cmd = dir_.path() + "/pppoeplusNm.socket";
+        ASSERT_TRUE(lt::waitForPath(cmd, 10000)) << lt::readFile(log_);
+        ASSERT_TRUE(eventually([&] {
+            std::string set = ns_->out("nft list set bridge pppoeplus ports 2>/dev/null");
+            return contains(set, "\"p1\"") && contains(set, "\"p2\"");
+        })) << lt::readFile(log_);
+
+        uint32_t p2 = static_cast<uint32_t>(std::stoul(ns_->out("cat /sys/class/net/p2/ifindex")));
+        cmdp::CallRequest trust;
+        trust.code = 7;  // interface set
+        trust.unit = p2;
+        trust.cmd = 1;  // trust
+        trust.valueKind = cmdp::VALUE_U32;
+        trust.lenWord = 1;  // true
+        cmdp::CallReply reply;
+        std::string error;
+        ASSERT_EQ(0, cmdp::call(cmd, trust, reply, error)) << error;
+        ASSERT_EQ(0, reply.result);
+        // A trusted port loses its hardware rule: server replies pass the bridge.
+        EXPECT_TRUE(eventually([&] {
+            return !contains(ns_->out("nft list set bridge pppoeplus ports 2>/dev/null"), "\"p2\"");
+        }));
     }
 
     std::unique_ptr<lt::Netns> ns_;
@@ -217,39 +254,9 @@ size_t findTag(const std::vector<uint8_t>& f, uint16_t type) {
 
 TEST_F(DaemonTest, ADiscoveryFrameCrossesTheAgentTaggedAndOnlyOnce) {
     if (lt::sh("command -v nft >/dev/null 2>&1") != 0) GTEST_SKIP() << "the nft tool is not installed";
-    // client c1 -- p1 [bridge br0] p2 -- s2 server side; the agent serves p1 and p2.
-    ASSERT_EQ(0, ns_->sh("ip link add c1 type veth peer name p1 && ip link add s2 type veth peer name p2 && "
-                         "ip link add br0 type bridge && ip link set p1 master br0 && ip link set p2 master br0 && "
-                         "for i in c1 p1 s2 p2 br0; do ip link set $i up; done"));
-    std::string conf = dir_.file("pppoeplus.conf",
-                                 "pppoeplus.defaultenable = true\n"
-                                 "pppoeplus.defaultportenable = true\n"
-                                 "platform.exclude = c1 s2 d1 d2\n");
-    start(conf);
-    std::string cmd = dir_.path() + "/pppoeplusNm.socket";
-    ASSERT_TRUE(lt::waitForPath(cmd, 10000)) << lt::readFile(log_);
-    ASSERT_TRUE(eventually([&] {
-        std::string set = ns_->out("nft list set bridge pppoeplus ports 2>/dev/null");
-        return contains(set, "\"p1\"") && contains(set, "\"p2\"");
-    })) << lt::readFile(log_);
-
-    // p2 is the uplink: trusted.
-    uint32_t p2 = static_cast<uint32_t>(std::stoul(ns_->out("cat /sys/class/net/p2/ifindex")));
-    cmdp::CallRequest trust;
-    trust.code = 7;  // interface set
-    trust.unit = p2;
-    trust.cmd = 1;  // trust
-    trust.valueKind = cmdp::VALUE_U32;
-    trust.lenWord = 1;  // true
-    cmdp::CallReply reply;
-    std::string error;
-    ASSERT_EQ(0, cmdp::call(cmd, trust, reply, error)) << error;
-    if (reply.result == cmdp::ERR_UNSUPPORTED) GTEST_SKIP() << "the daemon does not serve interface commands yet";
-    ASSERT_EQ(0, reply.result);
-    // A trusted port loses its hardware rule: server replies pass the bridge.
-    EXPECT_TRUE(eventually([&] {
-        return !contains(ns_->out("nft list set bridge pppoeplus ports 2>/dev/null"), "\"p2\"");
-    }));
+    std::string cmd;
+    bridgeLab("", cmd);
+    if (HasFatalFailure() || IsSkipped()) return;
 
     auto r = lt::runChild(ns_->name(), {}, [] {
         const uint8_t client[6] = {0x02, 0x00, 0x00, 0x00, 0x0c, 0x01};
@@ -320,6 +327,85 @@ TEST_F(DaemonTest, WithoutPermissionForThePacketSocketTheStartFails) {
     std::string log = lt::readFile(log_);
     EXPECT_TRUE(contains(log, "packet socket: Operation not permitted")) << log;
     EXPECT_TRUE(contains(log, "start-up failed, exiting with status -1")) << log;
+}
+
+// Sends one untagged PADI from the client port c1 and says whether exactly
+// one copy, with the agent's Vendor-Specific tag, reached the uplink's far
+// end s2 within a second.
+void expectOnePadiTaggedAtTheUplink(const std::string& ns) {
+    auto r = lt::runChild(ns, {}, [] {
+        const uint8_t client[6] = {0x02, 0x00, 0x00, 0x00, 0x0c, 0x02};
+        int c1 = rawOn("c1");
+        int s2 = rawOn("s2");
+        CHECK_TRUE(c1 >= 0 && s2 >= 0);
+        std::vector<uint8_t> padi = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0x02, 0x00, 0x00, 0x00, 0x0c, 0x02,
+                                     0x88, 0x63, 0x11, 0x09, 0x00, 0x00, 0x00, 0x04, 0x01, 0x01, 0x00, 0x00};
+        CHECK_TRUE(::send(c1, padi.data(), padi.size(), 0) == static_cast<ssize_t>(padi.size()));
+        auto got = discoveryFrom(s2, client, 1000);
+        CHECK_EQ(static_cast<size_t>(1), got.size());
+        if (got.size() == 1) CHECK_TRUE(findTag(got[0].first, 0x0105) != 0);
+    });
+    EXPECT_TRUE(r.ok()) << r.failures;
+}
+
+// A member of platform.group, not root, sends what used to take the daemon
+// over or stop it: a call whose value kind said "raw", with a made-up
+// {pointer, length} record for a format, and a get of the NSR information
+// with less room than its 12-byte record. The agent keeps running,
+// forwarding and answering, root and the member alike.
+TEST_F(DaemonTest, AGroupMembersMalformedCallsLeaveTheAgentRunningForwardingAndManageable) {
+    if (lt::sh("command -v nft >/dev/null 2>&1") != 0) GTEST_SKIP() << "the nft tool is not installed";
+    std::string cmd;
+    bridgeLab("platform.group = 65534\n", cmd);
+    if (HasFatalFailure()) return;
+    ASSERT_EQ(0, ::chmod(dir_.path().c_str(), 0755));
+    expectOnePadiTaggedAtTheUplink(ns_->name());
+
+    auto member = lt::runChild(ns_->name(), {}, [&cmd] {
+        CHECK_TRUE(::setgroups(0, nullptr) == 0 && ::setgid(65534) == 0 && ::setuid(65534) == 0);
+        cmdp::CallReply reply;
+        std::string error;
+
+        cmdp::CallRequest raw;
+        raw.code = 2;  // global set
+        raw.cmd = 6;   // Circuit-ID format
+        raw.valueKind = cmdp::VALUE_RAW;
+        raw.capacity = 16;
+        raw.data.assign(16, 0);
+        raw.data[1] = 0x10;  // a pointer the caller made up: 0x1000
+        raw.data[8] = 4;     // and a length
+        CHECK_EQ(cmdp::ERR_MALFORMED, cmdp::call(cmd, raw, reply, error));
+
+        cmdp::CallRequest nsr;
+        nsr.code = 1;  // global get
+        nsr.cmd = 18;  // NSR information
+        nsr.valueKind = cmdp::VALUE_STR;
+        nsr.lenWord = nsr.capacity = 4;
+        CHECK_EQ(cmdp::ERR_MALFORMED, cmdp::call(cmd, nsr, reply, error));
+        CHECK_TRUE(error.find("at least 12 bytes") != std::string::npos);
+
+        cmdp::CallRequest get;
+        get.code = 1;
+        get.cmd = 3;  // enable
+        get.valueKind = cmdp::VALUE_U32;
+        CHECK_EQ(0, cmdp::call(cmd, get, reply, error, 1000));
+        CHECK_EQ(0, reply.result);
+        CHECK_EQ(1u, reply.lenWord);
+    });
+    EXPECT_TRUE(member.ok()) << member.failures << lt::readFile(log_);
+    ASSERT_EQ(-1, lt::waitFor(daemon_.pid, 0)) << "the daemon ended: " << lt::readFile(log_);
+
+    // Still forwarding: the worker was never locked out.
+    expectOnePadiTaggedAtTheUplink(ns_->name());
+    // And root still manages.
+    cmdp::CallRequest get;
+    get.code = 1;
+    get.cmd = 4;  // vendor id
+    get.valueKind = cmdp::VALUE_U32;
+    cmdp::CallReply reply;
+    std::string error;
+    ASSERT_EQ(0, cmdp::call(cmd, get, reply, error, 1000)) << error;
+    EXPECT_EQ(0, reply.result);
 }
 
 }  // namespace

@@ -97,6 +97,13 @@ const tIcmFuncMap MAP[9] = {
     {8, nullptr},
 };
 
+// What the test map serves, as a daemon registers its settings.
+const tIcmCallSpec SPECS[] = {
+    {1, 3, ICM_VALUE_U32, 0, 0},       {1, 9, ICM_VALUE_TEXT_OUT, 64, 0}, {2, 1, ICM_VALUE_U32, 0, 0},
+    {2, 6, ICM_VALUE_TEXT_IN, 64, 0},  {3, 1, ICM_VALUE_U32, 0, 0},       {4, ICM_ANY_CMD, ICM_VALUE_U32, 0, 0},
+    {5, ICM_ANY_CMD, ICM_VALUE_U32, 0, 0},
+};
+
 // Serves the test map and the shell from a child process until destroyed.
 class Server {
   public:
@@ -108,6 +115,7 @@ class Server {
             ::setenv("PPPOEPLUS_CONF", conf.c_str(), 1);
             ::setenv("PPPOEPLUS_LOG", "stderr", 1);
             procShellInit("pppoeplus", 0, 0);
+            icmProcCallSpecInit("pppoeplusCmd", SPECS, sizeof(SPECS) / sizeof(SPECS[0]));
             icmProcTcpInit("pppoeplusCmd", "/tmp/pppoeplusNm.socket", MAP, 9);
             for (;;) ::pause();
         }
@@ -226,11 +234,13 @@ TEST_F(ServicesTest, CallsRunTheEntryPointsOfTheMap) {
     ASSERT_EQ(0, cmdp::call(server_->cmd, get, reply, error));
     EXPECT_EQ(ZEL_ERR_TOO_LONG, reply.result);
 
+    // The service builds the record; a request without a value does not fit.
     cmdp::CallRequest none;
     none.code = 1;
+    none.cmd = 3;
     none.valueKind = cmdp::VALUE_NONE;
-    ASSERT_EQ(0, cmdp::call(server_->cmd, none, reply, error));
-    EXPECT_EQ(ZEL_ERR_NULL_POINTER, reply.result);
+    EXPECT_EQ(cmdp::ERR_MALFORMED, cmdp::call(server_->cmd, none, reply, error));
+    EXPECT_NE(std::string::npos, error.find("takes a u32 value")) << error;
 
     cmdp::CallRequest first;
     first.code = 4;
@@ -251,6 +261,7 @@ TEST_F(ServicesTest, RowsWithoutAnEntryPointAreUnsupportedAndTheConnectionStays)
     for (uint32_t code : {0u, 6u, 7u, 8u, 9u, 1000u, 1u}) {
         cmdp::CallRequest req;
         req.code = code;
+        req.cmd = 3;
         req.valueKind = cmdp::VALUE_U32;
         ASSERT_TRUE(cmdp::writeAll(fd, cmdp::callRequestEncode(req, code)));
         cmdp::Frame f;
@@ -268,6 +279,7 @@ TEST_F(ServicesTest, MalformedRequestsAreRefusedAndTheServiceGoesOn) {
     int32_t rc = 0;
     cmdp::CallRequest good;
     good.code = 1;
+    good.cmd = 3;
     good.valueKind = cmdp::VALUE_U32;
     std::vector<uint8_t> frame = cmdp::callRequestEncode(good, 1);
 
@@ -317,6 +329,7 @@ TEST_F(ServicesTest, MalformedRequestsAreRefusedAndTheServiceGoesOn) {
     // Value lengths that lie inside a well-framed body.
     cmdp::CallRequest liar;
     liar.code = 2;
+    liar.cmd = 6;
     liar.valueKind = cmdp::VALUE_STR;
     liar.capacity = 4;
     liar.lenWord = 4000;  // more than the buffer
