@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/linux/cmd_proto.h"
+#include "pppoeplus_version.h"
 #include "tools/ctl.h"
 
 namespace {
@@ -52,6 +53,10 @@ class NetnsResolver : public ctl::Resolver {
 
 int main(int argc, char** argv) {
     std::vector<std::string> args(argv + 1, argv + argc);
+    if (args.size() == 1 && args[0] == "--version") {
+        std::cout << "pppoeplusctl (pppoeplus) " << PPPOEPLUS_PRODUCT_VERSION << "\n";
+        return 0;
+    }
     const char* root = std::getenv("PPPOEPLUS_ROOT");
     NetnsResolver resolver;
     auto factory = [](const ctl::Endpoints& ep) { return std::make_unique<SocketTransport>(ep); };
