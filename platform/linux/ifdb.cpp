@@ -16,6 +16,7 @@
 #include <pthread.h>
 #include <shared_mutex>
 #include <unordered_set>
+#include <vector>
 
 #include "platform/ifdb.h"
 #include "platform/linux/config.h"
@@ -250,6 +251,21 @@ void ifdbStart() { std::call_once(gOnce, start); }
 size_t ifdbProtoStates() {
     std::lock_guard<std::mutex> lock(gProtoMutex);
     return gProto.size() + gRuleName.size();
+}
+
+void ifdbServedCounts(size_t& served, size_t& trusted) {
+    std::vector<int32_t> units;
+    {
+        std::shared_lock<std::shared_mutex> trap(gTrapMutex);
+        units.assign(gTrap.begin(), gTrap.end());
+    }
+    served = units.size();
+    trusted = 0;
+    std::lock_guard<std::mutex> lock(gProtoMutex);
+    for (int32_t unit : units) {
+        auto it = gProto.find({static_cast<uint32_t>(unit), ZEL_PROTO_PPPOEPLUS_HW});
+        if (it != gProto.end() && !it->second.on) trusted++;
+    }
 }
 
 bool ifdbTrapOn(int32_t ifindex) {

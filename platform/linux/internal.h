@@ -29,6 +29,10 @@ bool ifdbMac(int32_t ifindex, uint8_t mac[6]);
 // together (they go with their interface).
 size_t ifdbProtoStates();
 
+// Interfaces the agent serves (its software trap is on) and, of those, the
+// uplinks (their hardware rule was switched off explicitly).
+void ifdbServedCounts(size_t& served, size_t& trusted);
+
 // Interface unit of a name, 0 for none.
 uint32_t ifdbUnitByName(const std::string& name);
 std::string ifdbName(uint32_t unit);

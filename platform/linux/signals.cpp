@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "platform/linux/internal.h"
+#include "platform/linux/notify.h"
 #include "platform/linux/os_linux.h"
 #include "platform/linux/plat_log.h"
 #include "platform/services.h"
@@ -25,6 +26,7 @@ void* signalThread(void* arg) {
             continue;
         }
         platLog(PLAT_LOG_NOTICE, "stopping on signal %d", sig);
+        notifyStopping();
         platformCleanup();
         ::_exit(0);
     }

@@ -34,6 +34,7 @@
 
 #include "platform/linux/config.h"
 #include "platform/linux/internal.h"
+#include "platform/linux/notify.h"
 #include "platform/linux/pkt.h"
 #include "platform/linux/plat_log.h"
 #include "platform/linux/rx_ring.h"
@@ -572,6 +573,9 @@ int32_t zel_setsockopt(int32_t fd, int32_t level, int32_t option, const void* va
 int32_t zel_select(int32_t nfds, zel_fd_set* readSet, zel_fd_set* writeSet, zel_fd_set* exceptSet,
                    zel_timeval* timeout) {
     if (nfds < 0 || nfds > ZEL_FD_SETSIZE) return fail(EINVAL);
+    // Only the worker waits here: each wait is a turn of its loop, which the
+    // service manager's watchdog hears of.
+    notifyWorkerTurn();
     // When the other descriptors were last looked at while a ring had frames.
     static thread_local int64_t tOthersPolledNs = 0;
     static thread_local uint32_t tRingWaits = 0;
