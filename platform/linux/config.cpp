@@ -29,6 +29,7 @@ constexpr const char* KNOWN_PLATFORM[] = {
     "platform.exclude",    "platform.group",      "platform.hwrule",     "platform.nft",
     "platform.nfttable",   "platform.tpid.single", "platform.tpid.outer", "platform.tpid.inner",
     "platform.taskpolicy", "platform.loglevel",  "platform.announce",   "platform.rxring",
+    "platform.requesttimeout", "platform.idletimeout",
 };
 
 std::string_view trim(std::string_view s) {

@@ -1,6 +1,7 @@
 // The service engine: what the command service, the process shell and the
 // event socket share. Each service listens on a local stream socket of its
-// own and runs on one thread, which serves every connection in turn.
+// own and runs on one thread, which serves every connection in turn without
+// waiting on any of them (docs/command-protocol.md gives the limits).
 #pragma once
 
 #include <sys/types.h>
