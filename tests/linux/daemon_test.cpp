@@ -348,8 +348,8 @@ void expectOnePadiTaggedAtTheUplink(const std::string& ns) {
     EXPECT_TRUE(r.ok()) << r.failures;
 }
 
-// A member of platform.group, not root, sends what used to take the daemon
-// over or stop it: a call whose value kind said "raw", with a made-up
+// A member of platform.group, not root, and then root send what used to
+// take the daemon over or stop it: a call whose value kind said "raw", with a made-up
 // {pointer, length} record for a format, and a get of the NSR information
 // with less room than its 12-byte record. The agent keeps running,
 // forwarding and answering, root and the member alike.
@@ -361,42 +361,45 @@ TEST_F(DaemonTest, AGroupMembersMalformedCallsLeaveTheAgentRunningForwardingAndM
     ASSERT_EQ(0, ::chmod(dir_.path().c_str(), 0755));
     expectOnePadiTaggedAtTheUplink(ns_->name());
 
-    auto member = lt::runChild(ns_->name(), {}, [&cmd] {
-        CHECK_TRUE(::setgroups(0, nullptr) == 0 && ::setgid(65534) == 0 && ::setuid(65534) == 0);
-        cmdp::CallReply reply;
-        std::string error;
+    // As a member of the group first, then as root.
+    for (bool asRoot : {false, true}) {
+        auto caller = lt::runChild(ns_->name(), {}, [&cmd, asRoot] {
+            if (!asRoot) CHECK_TRUE(::setgroups(0, nullptr) == 0 && ::setgid(65534) == 0 && ::setuid(65534) == 0);
+            cmdp::CallReply reply;
+            std::string error;
 
-        cmdp::CallRequest raw;
-        raw.code = 2;  // global set
-        raw.cmd = 6;   // Circuit-ID format
-        raw.valueKind = cmdp::VALUE_RAW;
-        raw.capacity = 16;
-        raw.data.assign(16, 0);
-        raw.data[1] = 0x10;  // a pointer the caller made up: 0x1000
-        raw.data[8] = 4;     // and a length
-        CHECK_EQ(cmdp::ERR_MALFORMED, cmdp::call(cmd, raw, reply, error));
+            cmdp::CallRequest raw;
+            raw.code = 2;  // global set
+            raw.cmd = 6;   // Circuit-ID format
+            raw.valueKind = cmdp::VALUE_RAW;
+            raw.capacity = 16;
+            raw.data.assign(16, 0);
+            raw.data[1] = 0x10;  // a pointer the caller made up: 0x1000
+            raw.data[8] = 4;     // and a length
+            CHECK_EQ(cmdp::ERR_MALFORMED, cmdp::call(cmd, raw, reply, error));
 
-        cmdp::CallRequest nsr;
-        nsr.code = 1;  // global get
-        nsr.cmd = 18;  // NSR information
-        nsr.valueKind = cmdp::VALUE_STR;
-        nsr.lenWord = nsr.capacity = 4;
-        CHECK_EQ(cmdp::ERR_MALFORMED, cmdp::call(cmd, nsr, reply, error));
-        CHECK_TRUE(error.find("at least 12 bytes") != std::string::npos);
+            cmdp::CallRequest nsr;
+            nsr.code = 1;  // global get
+            nsr.cmd = 18;  // NSR information
+            nsr.valueKind = cmdp::VALUE_STR;
+            nsr.lenWord = nsr.capacity = 4;
+            CHECK_EQ(cmdp::ERR_MALFORMED, cmdp::call(cmd, nsr, reply, error));
+            CHECK_TRUE(error.find("at least 12 bytes") != std::string::npos);
 
-        cmdp::CallRequest get;
-        get.code = 1;
-        get.cmd = 3;  // enable
-        get.valueKind = cmdp::VALUE_U32;
-        CHECK_EQ(0, cmdp::call(cmd, get, reply, error, 1000));
-        CHECK_EQ(0, reply.result);
-        CHECK_EQ(1u, reply.lenWord);
-    });
-    EXPECT_TRUE(member.ok()) << member.failures << lt::readFile(log_);
-    ASSERT_EQ(-1, lt::waitFor(daemon_.pid, 0)) << "the daemon ended: " << lt::readFile(log_);
+            cmdp::CallRequest get;
+            get.code = 1;
+            get.cmd = 3;  // enable
+            get.valueKind = cmdp::VALUE_U32;
+            CHECK_EQ(0, cmdp::call(cmd, get, reply, error, 1000));
+            CHECK_EQ(0, reply.result);
+            CHECK_EQ(1u, reply.lenWord);
+        });
+        EXPECT_TRUE(caller.ok()) << (asRoot ? "root: " : "member: ") << caller.failures << lt::readFile(log_);
+        ASSERT_EQ(-1, lt::waitFor(daemon_.pid, 0)) << "the daemon ended: " << lt::readFile(log_);
 
-    // Still forwarding: the worker was never locked out.
-    expectOnePadiTaggedAtTheUplink(ns_->name());
+        // Still forwarding: the worker was never locked out.
+        expectOnePadiTaggedAtTheUplink(ns_->name());
+    }
     // And root still manages.
     cmdp::CallRequest get;
     get.code = 1;
