@@ -16,6 +16,15 @@ void platformStart();
 // socket files). Called when the process ends, normally or by a signal.
 void platformCleanup();
 
+// ---- privileges ------------------------------------------------------------------
+
+// The capabilities the daemon keeps once started (CAP_* numbers), from the
+// configuration.
+std::vector<int> runtimeCapabilities();
+// Keeps those (as far as the process has them, saying what is missing) and
+// drops every other capability from all sets, the bounding set included.
+void dropPrivileges();
+
 // ---- interface database ----------------------------------------------------------
 
 // Once: reads the kernel's links and starts following their changes.
