@@ -18,8 +18,7 @@ void platformCleanup();
 
 // ---- privileges ------------------------------------------------------------------
 
-// The capabilities the daemon keeps once started (CAP_* numbers), from the
-// configuration.
+// The capabilities the daemon keeps (CAP_* numbers), from the configuration.
 std::vector<int> runtimeCapabilities();
 // Keeps those (as far as the process has them, saying what is missing) and
 // drops every other capability from all sets, the bounding set included.

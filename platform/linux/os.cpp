@@ -110,10 +110,18 @@ void markDaemonProcess() {
 }
 
 void markStarted() {
-    if (gStarted.exchange(true)) return;
-    // Everything that needs root's other powers is open by now.
-    if (gDaemonProcess.load()) dropPrivileges();
-    platLog(PLAT_LOG_NOTICE, "pppoeplusd running");
+    if (!gStarted.exchange(true)) platLog(PLAT_LOG_NOTICE, "pppoeplusd running");
+}
+
+void startDaemonProcess() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        markDaemonProcess();
+        // Capabilities belong to threads, and a thread starts with its
+        // creator's: dropped here, before the daemon's first thread, they are
+        // dropped for every thread and every child (the nft tool) to come.
+        dropPrivileges();
+    });
 }
 
 void blockAsyncSignals() {

@@ -12,6 +12,11 @@ namespace linuxplat {
 void markDaemonProcess();
 bool isDaemonProcess();
 
+// The process is pppoeplusd itself, starting (its main installs the signal
+// handlers): markDaemonProcess, then only the capabilities the daemon uses
+// are kept. Called before the process's first thread.
+void startDaemonProcess();
+
 // Ends the daemon on a fault that leaves it unmanageable: logs `why`,
 // removes what this process made in its runtime directory, exits with 1.
 [[noreturn]] void platformFailClosed(const std::string& why);

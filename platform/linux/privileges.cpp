@@ -1,5 +1,6 @@
-// Least privilege: once the daemon's start-up has opened what needs root's
-// powers, the process keeps only the capabilities it still uses.
+// Least privilege: the daemon keeps only the capabilities it uses, from
+// before its first thread on (capabilities are per thread; threads and
+// children get their creator's).
 #include <cap-ng.h>
 #include <linux/capability.h>
 #include <unistd.h>
@@ -27,6 +28,7 @@ std::vector<int> runtimeCapabilities() {
     // CAP_NET_RAW: the packet socket. CAP_NET_ADMIN: a receive buffer beyond
     // net.core.rmem_max (SO_RCVBUFFORCE) when the agent is switched on, and
     // the nft tool the hardware rule runs (root's child gets the bounding set).
+    // Reading links and following rtnetlink need none; no interface is made.
     std::vector<int> caps = {CAP_NET_RAW, CAP_NET_ADMIN};
     // The command service's socket is handed to platform.group.
     if (configGet("platform.group")) caps.push_back(CAP_CHOWN);

@@ -13,6 +13,7 @@
 
 #include <cstring>
 #include <memory>
+#include <sstream>
 #include <poll.h>
 #include <string>
 #include <vector>
@@ -317,9 +318,9 @@ struct Caps {
     uint64_t eff = ~0ull, prm = ~0ull, bnd = ~0ull, inh = ~0ull, amb = ~0ull;
 };
 
-Caps capsOf(int pid) {
+Caps capsIn(const std::string& statusFile) {
     Caps c;
-    std::string status = lt::readFile("/proc/" + std::to_string(pid) + "/status");
+    std::string status = lt::readFile(statusFile);
     auto field = [&](const char* name) {
         size_t at = status.find(std::string(name) + ":\t");
         return at == std::string::npos ? ~0ull : std::stoull(status.substr(at + std::strlen(name) + 2, 16), nullptr, 16);
@@ -332,6 +333,36 @@ Caps capsOf(int pid) {
     return c;
 }
 
+Caps capsOf(int pid) { return capsIn("/proc/" + std::to_string(pid) + "/status"); }
+
+// Capabilities are per thread: every thread of the process, with its name.
+std::vector<std::pair<std::string, Caps>> threadCaps(int pid) {
+    std::vector<std::pair<std::string, Caps>> out;
+    std::string dir = "/proc/" + std::to_string(pid) + "/task";
+    std::string tids = lt::shOut("ls " + dir);
+    std::istringstream in(tids);
+    std::string tid;
+    while (in >> tid) {
+        std::string name = lt::readFile(dir + "/" + tid + "/comm");
+        out.emplace_back(tid + " " + name.substr(0, name.find('\n')), capsIn(dir + "/" + tid + "/status"));
+    }
+    return out;
+}
+
+// Every thread of `pid` has exactly `want` in its effective, permitted and
+// bounding sets and nothing inheritable or ambient.
+void expectOnly(int pid, uint64_t want) {
+    auto threads = threadCaps(pid);
+    EXPECT_GE(threads.size(), 3u) << "the daemon's threads";
+    for (const auto& [who, c] : threads) {
+        EXPECT_EQ(want, c.eff) << who;
+        EXPECT_EQ(want, c.prm) << who;
+        EXPECT_EQ(want, c.bnd) << who;
+        EXPECT_EQ(0u, c.inh) << who;
+        EXPECT_EQ(0u, c.amb) << who;
+    }
+}
+
 constexpr uint64_t bit(int cap) { return 1ull << cap; }
 constexpr int CAP_CHOWN_ = 0, CAP_NET_ADMIN_ = 12, CAP_NET_RAW_ = 13;
 
@@ -341,13 +372,7 @@ TEST_F(LifecycleTest, StartedWithOnlyTheCapabilitiesItNeedsItServesAndKeepsJustT
     lt::Process d = start({"setpriv", "--inh-caps=-all", "--bounding-set=-all,+net_raw,+net_admin", "--"});
     ASSERT_TRUE(running(d)) << log(d);
     EXPECT_TRUE(contains(log(d), "capabilities: kept CAP_NET_RAW CAP_NET_ADMIN, dropped the rest")) << log(d);
-    Caps c = capsOf(d.pid);
-    const uint64_t want = bit(CAP_NET_RAW_) | bit(CAP_NET_ADMIN_);
-    EXPECT_EQ(want, c.eff);
-    EXPECT_EQ(want, c.prm);
-    EXPECT_EQ(want, c.bnd);
-    EXPECT_EQ(0u, c.inh);
-    EXPECT_EQ(0u, c.amb);
+    expectOnly(d.pid, bit(CAP_NET_RAW_) | bit(CAP_NET_ADMIN_));
 
     // It serves: rules loaded and changed through nft after the drop, and a
     // discovery frame crosses tagged, once.
@@ -367,14 +392,12 @@ TEST_F(LifecycleTest, StartedAsFullRootItDropsAllButWhatItUses) {
                                  "platform.group = daemon\n");
     lt::Process d = start({}, conf);
     ASSERT_TRUE(running(d)) << log(d);
-    Caps c = capsOf(d.pid);
-    const uint64_t want = bit(CAP_NET_RAW_) | bit(CAP_NET_ADMIN_) | bit(CAP_CHOWN_);
-    EXPECT_EQ(want, c.eff);
-    EXPECT_EQ(want, c.prm);
-    EXPECT_EQ(want, c.bnd);
-    EXPECT_EQ(0u, c.inh);
-    EXPECT_EQ(0u, c.amb);
+    expectOnly(d.pid, bit(CAP_NET_RAW_) | bit(CAP_NET_ADMIN_) | bit(CAP_CHOWN_));
     EXPECT_TRUE(answers());
+    // The command socket went to the group.
+    struct stat st;
+    ASSERT_EQ(0, ::stat(cmdSocket().c_str(), &st));
+    EXPECT_EQ(1u, st.st_gid) << "group daemon";
 }
 
 TEST_F(LifecycleTest, StartedWithoutCapNetAdminItRunsAndSaysWhatIsMissing) {
