@@ -313,6 +313,31 @@ TEST_F(LifecycleTest, AfterAKillTheRulesStayAndTheNextStartReplacesThem) {
     expectCrossing(ns_->name(), 1, 0);
 }
 
+// A crash (a fault, an abort) ends the daemon without its clean-up: the
+// rules stay, and so does its socket.
+class CrashTest : public LifecycleTest, public ::testing::WithParamInterface<int> {};
+
+TEST_P(CrashTest, LeavesTheRulesInPlace) {
+    if (!haveNft()) GTEST_SKIP() << "the nft tool is not installed";
+    lt::Process d = start();
+    ASSERT_TRUE(running(d)) << log(d);
+    ASSERT_TRUE(portsRuled(true, true)) << log(d);
+    ASSERT_EQ(0, ::kill(d.pid, GetParam()));
+    int status = lt::waitFor(d.pid, 10000);
+    ASSERT_NE(-1, status);
+    EXPECT_TRUE(WIFSIGNALED(status) || (WIFEXITED(status) && WEXITSTATUS(status) != 0)) << status;
+    EXPECT_FALSE(contains(log(d), "lets them through")) << log(d);
+    EXPECT_TRUE(portsRuled(true, true)) << ns_->out("nft list ruleset");
+    expectCrossing(ns_->name(), 0, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Signals, CrashTest, ::testing::Values(SIGSEGV, SIGABRT, SIGBUS),
+                         [](const ::testing::TestParamInfo<int>& info) {
+                             return std::string(info.param == SIGSEGV   ? "SIGSEGV"
+                                                : info.param == SIGABRT ? "SIGABRT"
+                                                                        : "SIGBUS");
+                         });
+
 // CapEff, CapPrm, CapBnd, CapInh and CapAmb of a process, as /proc shows them.
 struct Caps {
     uint64_t eff = ~0ull, prm = ~0ull, bnd = ~0ull, inh = ~0ull, amb = ~0ull;
