@@ -173,6 +173,16 @@ using TransportFactory = std::function<std::unique_ptr<Transport>(const Endpoint
 int run(const std::vector<std::string>& args, const std::string& root, const TransportFactory& transport,
         Resolver& resolver, std::ostream& out, std::ostream& err);
 
+// The directory the installed systemd unit gives the daemon (PPPOEPLUS_ROOT).
+inline constexpr const char* INSTALLED_ROOT = "/run/pppoeplus";
+
+// The root the tool uses when --root is not given: PPPOEPLUS_ROOT when set
+// (`envRoot`), else INSTALLED_ROOT when `socketAt` finds the daemon's command
+// socket there, else none (the sockets' paths in /tmp).
+std::string defaultRoot(const char* envRoot, const std::function<bool(const std::string&)>& socketAt);
+// A socket is at `path`.
+bool isSocket(const std::string& path);
+
 // The help texts: the overview, and one per topic (get, set, sync, if, shell,
 // event, names, results). Empty for an unknown topic.
 std::string helpText(const std::string& topic = "");

@@ -57,10 +57,10 @@ int main(int argc, char** argv) {
         std::cout << "pppoeplusctl (pppoeplus) " << PPPOEPLUS_PRODUCT_VERSION << "\n";
         return 0;
     }
-    const char* root = std::getenv("PPPOEPLUS_ROOT");
+    std::string root = ctl::defaultRoot(std::getenv("PPPOEPLUS_ROOT"), ctl::isSocket);
     NetnsResolver resolver;
     auto factory = [](const ctl::Endpoints& ep) { return std::make_unique<SocketTransport>(ep); };
-    int rc = ctl::run(args, root != nullptr ? root : "", factory, resolver, std::cout, std::cerr);
+    int rc = ctl::run(args, root, factory, resolver, std::cout, std::cerr);
     std::cout.flush();
     return rc;
 }

@@ -76,13 +76,15 @@ void start() {
     gEnabled = true;
 }
 
-// Called with gMutex held: the table exists after it returns 0.
-int ensureTable() {
+// Called with gMutex held: the table exists, with `firstPort` in its set,
+// after it returns 0.
+int ensureTable(const std::string& firstPort) {
     if (gTableMade) return 0;
     std::string errors;
-    // A table left behind by an earlier run goes first.
+    // A table left behind by an earlier run is replaced in one transaction
+    // with the first port's name: the ports stay ruled throughout.
     std::string script = "add table bridge " + gTable + "\ndelete table bridge " + gTable + "\n" +
-                         hwruleTableScript(gTable);
+                         hwruleTableScript(gTable) + hwruleElementScript(gTable, firstPort, true);
     int rc = nftRun(script, errors);
     if (rc != 0) {
         platLog(PLAT_LOG_ERR, "hardware rule: cannot load table bridge %s: %s", gTable.c_str(), errors.c_str());
@@ -200,7 +202,7 @@ int hwruleSet(const std::string& ifName, bool on) {
     if (gNft.empty()) return ZEL_ERR_UNSUPPORTED;
     if (ifName.empty() || ifName.find('"') != std::string::npos) return ZEL_ERR_INVALID_ARG;
     if (!on && !gTableMade) return 0;
-    if (ensureTable() != 0) return ZEL_ERR_GENERAL;
+    if (on && !gTableMade) return ensureTable(ifName) != 0 ? ZEL_ERR_GENERAL : 0;
     std::string errors;
     int rc = nftRun(hwruleElementScript(gTable, ifName, on), errors);
     if (rc != 0) {
@@ -211,13 +213,15 @@ int hwruleSet(const std::string& ifName, bool on) {
     return 0;
 }
 
-void hwruleCleanup() {
+void hwruleRelease() {
     std::lock_guard<std::mutex> lock(gMutex);
-    if (!gTableMade) return;
-    std::string errors;
-    if (nftRun("delete table bridge " + gTable + "\n", errors) != 0)
-        platLog(PLAT_LOG_ERR, "hardware rule: cannot remove table bridge %s: %s", gTable.c_str(), errors.c_str());
-    gTableMade = false;
+    start();
+    if (gTableMade)
+        platLog(PLAT_LOG_NOTICE,
+                "hardware rule: table bridge %s stays and keeps discovery frames of the agent's ports off the bridge; "
+                "nft delete table bridge %s lets them through",
+                gTable.c_str(), gTable.c_str());
+    gEnabled = false;
 }
 
 }  // namespace linuxplat

@@ -6,8 +6,11 @@
 // One table (family bridge, "pppoeplus" unless platform.nfttable says
 // otherwise) holds a set of port names and three fixed rules that drop from
 // the ports in the set; switching a port's rule on or off adds or removes its
-// name. The table is created on first use, replacing one left behind, and
-// removed when the process ends.
+// name. The table is created on first use, replacing one left behind by an
+// earlier run in the same transaction as the first port's name. It is not
+// removed when the process ends, however it ends (a stop, a crash, kill -9):
+// while no agent runs, discovery frames from the ruled ports stay off the
+// uplinks (fail closed). `nft delete table bridge pppoeplus` lets them through.
 #pragma once
 
 #include <string>
@@ -26,8 +29,9 @@ int hwruleSet(const std::string& ifName, bool on);
 // when the platform runs without them (platform.hwrule = none, or auto with
 // no nft tool).
 bool hwruleEnabled();
-// Removes the table if this process created it.
-void hwruleCleanup();
+// The process is ending: the table is left as it is, and rules switched
+// from now on (by threads still running) change nothing.
+void hwruleRelease();
 
 // Runs `nft -f -` with `script` on its standard input. 0 on success; else
 // the exit status (or -1) with what nft wrote in `errors`.

@@ -12,9 +12,19 @@ namespace linuxplat {
 // start message. Every entry point that may come first calls it.
 void platformStart();
 
-// Undoes what the platform set up outside the process (nftables table,
-// socket files). Called when the process ends, normally or by a signal.
+// Removes what the platform made in the runtime directory (socket files,
+// the pid file, whose lock it lets go); the nftables table stays (fail
+// closed). Called when the process ends, normally or by a stopping signal;
+// nothing runs on a crash. Does nothing in a daemon refused its directory.
 void platformCleanup();
+
+// ---- privileges ------------------------------------------------------------------
+
+// The capabilities the daemon keeps (CAP_* numbers), from the configuration.
+std::vector<int> runtimeCapabilities();
+// Keeps those (as far as the process has them, saying what is missing) and
+// drops every other capability from all sets, the bounding set included.
+void dropPrivileges();
 
 // ---- interface database ----------------------------------------------------------
 

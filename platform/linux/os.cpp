@@ -17,11 +17,13 @@
 #include <vector>
 
 #include "platform/common/mem_pool.h"
+#include "platform/linux/cmd_proto.h"
 #include "platform/linux/config.h"
 #include "platform/linux/hwrule.h"
 #include "platform/linux/internal.h"
 #include "platform/linux/os_linux.h"
 #include "platform/linux/plat_log.h"
+#include "platform/linux/runtime_dir.h"
 #include "platform/os.h"
 #include "platform/types.h"
 
@@ -65,15 +67,61 @@ void platformStart() {
 }
 
 void platformCleanup() {
+    // A daemon that was refused its runtime directory owns nothing there.
+    if (gDaemonProcess.load() && !runtimeOwner()) return;
     if (gCleanedUp.exchange(true)) return;
-    hwruleCleanup();
+    // The nftables table stays: it keeps subscribers' discovery frames off
+    // the uplinks while no agent runs, and the next start replaces it.
+    hwruleRelease();
     servicesCleanup();
+    runtimeUnlock();
 }
 
-void markDaemonProcess() { gDaemonProcess.store(true); }
+void platformFailClosed(const std::string& why) {
+    platLog(PLAT_LOG_ERR, "%s; pppoeplusd cannot be managed and does not run, exiting with status 1", why.c_str());
+    platformCleanup();
+    ::_exit(1);
+}
+
+bool isDaemonProcess() { return gDaemonProcess.load(); }
+
+void markDaemonProcess() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        // One daemon per runtime directory, before anything of it is touched:
+        // its sockets, its nftables table, its interfaces.
+        std::string why;
+        pid_t holder = 0;
+        if (runtimeLock(why, holder) != 0) {
+            // Nothing of the running daemon's is touched on the way out.
+            platLog(PLAT_LOG_ERR, "%s; not starting, exiting with status 1", why.c_str());
+            ::_exit(1);
+        }
+        gDaemonProcess.store(true);
+        // A path taken by something that is not a socket would leave a daemon
+        // that cannot be managed: it does not start.
+        for (const std::string& path : {cmdp::runtimePath(cmdp::CMD_SOCKET),
+                                        cmdp::runtimePath(cmdp::shellSocketPath("pppoeplus")),
+                                        cmdp::runtimePath(cmdp::EVENT_SOCKET)}) {
+            std::string problem = runtimePathProblem(path);
+            if (!problem.empty()) platformFailClosed(problem);
+        }
+    });
+}
 
 void markStarted() {
     if (!gStarted.exchange(true)) platLog(PLAT_LOG_NOTICE, "pppoeplusd running");
+}
+
+void startDaemonProcess() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        markDaemonProcess();
+        // Capabilities belong to threads, and a thread starts with its
+        // creator's: dropped here, before the daemon's first thread, they are
+        // dropped for every thread and every child (the nft tool) to come.
+        dropPrivileges();
+    });
 }
 
 void blockAsyncSignals() {

@@ -435,6 +435,9 @@ void* serviceThread(void* arg) {
 
 int32_t serviceStart(std::unique_ptr<Service> svc, mode_t mode) {
     svc->listenFd = listenAt(svc->path, mode, svc->gid);
+    // The daemon's start-up goes on whatever a service start returns; a
+    // daemon that cannot be managed ends here instead.
+    if (svc->listenFd < 0 && isDaemonProcess()) platformFailClosed(svc->name + " cannot listen at " + svc->path);
     if (svc->listenFd < 0) return ZEL_ERR_GENERAL;
     auto e = std::make_unique<Engine>();
     e->limits.requestMs = timeoutSetting("platform.requesttimeout", REQUEST_TIMEOUT_MS);

@@ -43,6 +43,9 @@ void patchSignalHandler(void) {
     static bool done = false;
     if (done) return;
     done = true;
+    // Only pppoeplusd's main installs these: the runtime directory is claimed
+    // and the capabilities are cut before the first thread starts.
+    startDaemonProcess();
     // Blocked here, so in every thread started from now on; one thread waits for them.
     static sigset_t set;
     sigemptyset(&set);

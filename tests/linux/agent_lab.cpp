@@ -332,8 +332,10 @@ bool FarCounter::start() {
     ::unlink(stop.c_str());
     ::unlink(ready.c_str());
     std::fflush(nullptr);
+    const pid_t parent = ::getpid();
     pid_t pid = ::fork();
     if (pid == 0) {
+        dieWithParent(parent);
         int nsfd = ::open(("/var/run/netns/" + netns_).c_str(), O_RDONLY | O_CLOEXEC);
         if (nsfd < 0 || ::setns(nsfd, CLONE_NEWNET) != 0) ::_exit(3);
         std::vector<struct pollfd> fds;

@@ -8,6 +8,7 @@
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -35,23 +36,45 @@ int64_t nowMs() {
     return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
 }
 
-// Namespaces of earlier test processes that died before removing theirs.
 void sweepStale() {
     static bool done = false;
     if (done) return;
     done = true;
+    sweepStaleNamespaces();
+}
+
+}  // namespace
+
+void removeNamespace(const std::string& netns) {
+    // What still runs in it (a daemon, a child of a killed test) goes first:
+    // it would keep its interfaces and its files alive otherwise.
+    std::istringstream pids(shOut("ip netns pids " + netns + " 2>/dev/null"));
+    int pid;
+    while (pids >> pid)
+        if (pid > 1 && pid != ::getpid()) ::kill(pid, SIGKILL);
+    sh("ip netns del " + netns + " >/dev/null 2>&1");
+}
+
+int sweepStaleNamespaces() {
     DIR* d = ::opendir("/var/run/netns");
-    if (d == nullptr) return;
+    if (d == nullptr) return 0;
+    std::vector<std::string> stale;
     while (struct dirent* e = ::readdir(d)) {
         std::string n = e->d_name;
         if (n.compare(0, std::strlen(PREFIX), PREFIX) != 0) continue;
         int pid = std::atoi(n.c_str() + std::strlen(PREFIX));
-        if (pid > 0 && ::kill(pid, 0) != 0 && errno == ESRCH) sh("ip netns del " + n + " 2>/dev/null");
+        if (pid > 0 && ::kill(pid, 0) != 0 && errno == ESRCH) stale.push_back(n);
     }
     ::closedir(d);
+    for (const std::string& n : stale) removeNamespace(n);
+    return static_cast<int>(stale.size());
 }
 
-}  // namespace
+void dieWithParent(pid_t parent) {
+    // A test run that is killed takes its children along.
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (::getppid() != parent) ::_exit(125);
+}
 
 int sh(const std::string& command) {
     int rc = std::system(command.c_str());
@@ -90,7 +113,7 @@ Netns::Netns() {
 }
 
 Netns::~Netns() {
-    if (ok_) lt::sh("ip netns del " + name_);
+    if (ok_) removeNamespace(name_);
 }
 
 int Netns::sh(const std::string& command) const { return lt::sh("ip netns exec " + name_ + " sh -c '" + command + "'"); }
@@ -130,8 +153,10 @@ ChildResult runChild(const std::string& netns, const std::vector<std::string>& e
         return r;
     }
     std::fflush(nullptr);
+    const pid_t parent = ::getpid();
     pid_t pid = ::fork();
     if (pid == 0) {
+        dieWithParent(parent);
         ::close(fds[0]);
         gFailFd = fds[1];
         // A process of its own, so that a time-out kills whatever it started.
@@ -197,8 +222,10 @@ Process spawn(const std::vector<std::string>& argv, const std::vector<std::strin
     Process p;
     p.errFile = errFile;
     std::fflush(nullptr);
+    const pid_t parent = ::getpid();
     pid_t pid = ::fork();
     if (pid == 0) {
+        dieWithParent(parent);
         int fd = ::open(errFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         if (fd >= 0) {
             ::dup2(fd, 2);
@@ -212,6 +239,7 @@ Process spawn(const std::vector<std::string>& argv, const std::vector<std::strin
             if (::setgroups(0, nullptr) != 0 || ::setgid(static_cast<gid_t>(uid)) != 0 ||
                 ::setuid(static_cast<uid_t>(uid)) != 0)
                 ::_exit(126);
+            dieWithParent(parent);  // a change of user clears it
         }
         std::vector<char*> args;
         for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/types.h>
 
 #include <functional>
 #include <type_traits>
@@ -42,6 +43,17 @@ class Netns {
     std::string name_;
     bool ok_ = false;
 };
+
+// Kills what runs in namespace `netns` and removes it.
+void removeNamespace(const std::string& netns);
+// Removes the namespaces of earlier test processes that died without
+// removing theirs, and whatever still runs in them; how many.
+int sweepStaleNamespaces();
+
+// In a forked child: dies with SIGKILL when the test process (`parent`)
+// does, so that a killed test run leaves no process behind. Again after a
+// change of user, which clears it.
+void dieWithParent(pid_t parent);
 
 // Runs a shell command; its exit status.
 int sh(const std::string& command);

@@ -109,8 +109,10 @@ class Server {
   public:
     Server(const std::string& root, const std::string& conf) {
         std::fflush(nullptr);
+        const pid_t parent = ::getpid();
         pid_ = ::fork();
         if (pid_ == 0) {
+            lt::dieWithParent(parent);
             ::setenv("PPPOEPLUS_ROOT", root.c_str(), 1);
             ::setenv("PPPOEPLUS_CONF", conf.c_str(), 1);
             ::setenv("PPPOEPLUS_LOG", "stderr", 1);
@@ -430,6 +432,7 @@ std::string connectAsNobody(const std::string& path) {
     int fds[2];
     if (::pipe(fds) != 0) return "pipe";
     std::fflush(nullptr);
+    const pid_t parent = ::getpid();
     pid_t pid = ::fork();
     if (pid == 0) {
         ::close(fds[0]);
@@ -437,6 +440,7 @@ std::string connectAsNobody(const std::string& path) {
         if (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0) {
             result = "setuid";
         } else {
+            lt::dieWithParent(parent);
             int fd = cmdp::connectTo(path);
             if (fd < 0) {
                 result = "refused";

@@ -51,15 +51,7 @@ bool contains(const std::string& text, const std::string& part) { return text.fi
 
 bool haveCommand(const std::string& name) { return lt::sh("command -v " + name + " >/dev/null 2>&1") == 0; }
 
-// Kills whatever runs in `netns` and removes it.
-void removeNamespace(const std::string& netns) {
-    std::string pids = lt::shOut("ip netns pids " + netns + " 2>/dev/null");
-    std::istringstream in(pids);
-    int pid;
-    while (in >> pid)
-        if (pid > 1) ::kill(pid, SIGKILL);
-    lt::sh("ip netns del " + netns + " >/dev/null 2>&1");
-}
+using lt::removeNamespace;
 
 // Namespaces of earlier test processes that died before removing theirs:
 // ppst<pid>x<n>-<role>.
@@ -116,8 +108,10 @@ Result exec(const std::vector<std::string>& argv, int timeoutSec) {
         return r;
     }
     std::fflush(nullptr);
+    const pid_t parent = ::getpid();
     pid_t pid = ::fork();
     if (pid == 0) {
+        lt::dieWithParent(parent);
         ::setpgid(0, 0);
         ::dup2(outp[1], 1);
         ::dup2(errp[1], 2);
