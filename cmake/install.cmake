@@ -1,0 +1,34 @@
+# What `cmake --install` puts beside the two binaries (which their own
+# CMakeLists install to sbin): the man pages. Included by the top
+# CMakeLists.txt.
+#
+# These files form the install component "data" (installed on their own,
+# they need no build); the binaries are in the default component.
+
+set(PPPOEPLUS_UNIT_DIR lib/systemd/system)
+set(PPPOEPLUS_UNIT_DIR_FULL ${CMAKE_INSTALL_PREFIX}/${PPPOEPLUS_UNIT_DIR})
+set(PPPOEPLUS_EXAMPLE_CONF ${CMAKE_INSTALL_FULL_DOCDIR}/examples/pppoeplus.conf)
+set(PPPOEPLUS_GENERATED_DIR ${CMAKE_BINARY_DIR}/install)
+
+# ---- man pages ----------------------------------------------------------------------------
+# Written by hand in man(7) roff (docs/man/*.in); the build fills in the
+# version and the installed paths.
+set(PPPOEPLUS_MAN_PAGES pppoeplusd.8 pppoeplusctl.8 pppoeplus.conf.5)
+set(PPPOEPLUS_MAN_FILES "")
+foreach(page IN LISTS PPPOEPLUS_MAN_PAGES)
+  configure_file(${CMAKE_SOURCE_DIR}/docs/man/${page}.in ${PPPOEPLUS_GENERATED_DIR}/man/${page} @ONLY)
+  string(REGEX MATCH "[0-9]$" section ${page})
+  install(FILES ${PPPOEPLUS_GENERATED_DIR}/man/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT data)
+  list(APPEND PPPOEPLUS_MAN_FILES ${PPPOEPLUS_GENERATED_DIR}/man/${page})
+endforeach()
+
+# ---- tests --------------------------------------------------------------------------------
+if(PPPOEPLUS_TESTS AND TARGET pppoeplusctl)
+  # Every page renders without a warning, man(1) shows it, and the pages name
+  # every command and option of the tool and every key of the example
+  # configuration.
+  add_test(NAME man_pages_lint
+           COMMAND ${CMAKE_SOURCE_DIR}/tests/install/man_lint.sh $<TARGET_FILE:pppoeplusctl>
+                   ${CMAKE_SOURCE_DIR}/examples/pppoeplus.conf ${PPPOEPLUS_MAN_FILES})
+  set_tests_properties(man_pages_lint PROPERTIES LABELS tools)
+endif()
