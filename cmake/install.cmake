@@ -1,6 +1,6 @@
 # What `cmake --install` puts beside the two binaries (which their own
-# CMakeLists install to sbin): the man pages. Included by the top
-# CMakeLists.txt.
+# CMakeLists install to sbin): the man pages and the bash completion of
+# pppoeplusctl. Included by the top CMakeLists.txt.
 #
 # These files form the install component "data" (installed on their own,
 # they need no build); the binaries are in the default component.
@@ -22,6 +22,10 @@ foreach(page IN LISTS PPPOEPLUS_MAN_PAGES)
   list(APPEND PPPOEPLUS_MAN_FILES ${PPPOEPLUS_GENERATED_DIR}/man/${page})
 endforeach()
 
+# ---- bash completion ----------------------------------------------------------------------
+install(FILES ${CMAKE_SOURCE_DIR}/tools/completion/pppoeplusctl.bash
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME pppoeplusctl COMPONENT data)
+
 # ---- tests --------------------------------------------------------------------------------
 if(PPPOEPLUS_TESTS AND TARGET pppoeplusctl)
   # Every page renders without a warning, man(1) shows it, and the pages name
@@ -30,5 +34,9 @@ if(PPPOEPLUS_TESTS AND TARGET pppoeplusctl)
   add_test(NAME man_pages_lint
            COMMAND ${CMAKE_SOURCE_DIR}/tests/install/man_lint.sh $<TARGET_FILE:pppoeplusctl>
                    ${CMAKE_SOURCE_DIR}/examples/pppoeplus.conf ${PPPOEPLUS_MAN_FILES})
-  set_tests_properties(man_pages_lint PROPERTIES LABELS tools)
+  # The completion offers what the tool takes.
+  add_test(NAME bash_completion
+           COMMAND ${CMAKE_SOURCE_DIR}/tests/install/completion_test.sh
+                   ${CMAKE_SOURCE_DIR}/tools/completion/pppoeplusctl.bash $<TARGET_FILE:pppoeplusctl>)
+  set_tests_properties(man_pages_lint bash_completion PROPERTIES LABELS tools)
 endif()
