@@ -134,11 +134,10 @@ _pppoeplusctl_load()
             opt) _pppoeplusctl_options+=" $name"
                  [[ -n $rest ]] && _pppoeplusctl_optarg[$name]=$rest ;;
             topic) _pppoeplusctl_topics+=" $name" ;;
-            gname|iname)
-                 [[ $rest == *get* ]] && printf -v "_pppoeplusctl_${kind:0:1}get" '%s %s' \
-                     "$(eval echo "\$_pppoeplusctl_${kind:0:1}get")" "$name"
-                 [[ $rest == *set* ]] && printf -v "_pppoeplusctl_${kind:0:1}set" '%s %s' \
-                     "$(eval echo "\$_pppoeplusctl_${kind:0:1}set")" "$name" ;;
+            gname) [[ $rest == *get* ]] && _pppoeplusctl_gget+=" $name"
+                   [[ $rest == *set* ]] && _pppoeplusctl_gset+=" $name" ;;
+            iname) [[ $rest == *get* ]] && _pppoeplusctl_iget+=" $name"
+                   [[ $rest == *set* ]] && _pppoeplusctl_iset+=" $name" ;;
             gval|ival) _pppoeplusctl_values[${kind:0:1}:$name]=$rest ;;
             ifword) _pppoeplusctl_ifwords+=" $name" ;;
             ifsub) _pppoeplusctl_ifsubs+=" $name" ;;
