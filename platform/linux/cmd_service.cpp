@@ -69,16 +69,16 @@ int32_t icmProcTcpInit(const char* service, const char* path, const tIcmFuncMap*
     svc->groupAllowed = svc->gid != 0;
     // The table is copied now: a service started without one refuses every
     // call, as every request then names a setting it does not list.
-    CallTable table;
-    table.map = map;
-    table.rows = rows;
+    auto table = std::make_shared<CallTable>();
+    table->map = map;
+    table->rows = rows;
     {
         std::lock_guard<std::mutex> lock(gSpecsMutex);
         auto it = gSpecs.find(service);
-        if (it != gSpecs.end()) table.specs = it->second;
+        if (it != gSpecs.end()) table->specs.assign(it->second.begin(), it->second.end());
     }
-    if (table.specs.empty())
+    if (table->specs.empty())
         platLog(PLAT_LOG_ERR, "%s: no settings registered; every call will be refused", service);
-    svc->handle = [table = std::move(table)](const cmdp::Frame& f) { return callServe(table, f); };
+    svc->handle = [table](const cmdp::Frame& f) { return callServe(*table, f); };
     return serviceStart(std::move(svc), 0660);
 }
