@@ -2,6 +2,7 @@
 #include <csignal>
 
 #include "core/startup.h"
+#include "diag/shell_table.h"
 #include "platform/os.h"
 #include "platform/services.h"
 
@@ -9,6 +10,8 @@ int main(void) {
     silCatchSegFault();
     std::signal(SIGPIPE, SIG_IGN);
     patchSignalHandler();
+    // The shell calls only the diagnostic functions of its table.
+    procShellFuncInit(gPppoeplusShellFuncs, PPPOEPLUS_SHELL_FUNC_NUM);
     procShellInit("pppoeplus", 0, 0);
 
     if (pppoeplusOptInit() != 0) return -1;

@@ -1,7 +1,7 @@
-// Diagnostic commands of the process shell. They are called by name, so they
-// have C linkage; they print to standard output, every line ending in "\r\n",
-// and take no lock: they read the global record and the interface table as
-// they stand.
+// Diagnostic commands of the process shell, which reaches them through its
+// table (diag/shell_table.h). They have C linkage, under the names operators
+// know; they print to standard output, every line ending in "\r\n", and take
+// no lock: they read the global record and the interface table as they stand.
 #pragma once
 
 #include <cstdint>

@@ -4,9 +4,45 @@
 
 #include <cstdint>
 
-// Registers the process with the process shell under `name`, so that its
-// exported diagnostic functions can be called by name. Returns 0 or an error.
+// Registers the process with the process shell under `name`, so that the
+// functions of its shell table (procShellFuncInit) can be called by name.
+// Returns 0 or an error.
 int32_t procShellInit(const char* name, uint32_t arg1, uint32_t arg2);
+
+// The kinds of argument a process-shell function takes. The shell checks
+// every argument of a call against its kind and refuses the call otherwise;
+// no kind carries an address, so nothing given through the shell is used as
+// a pointer.
+constexpr uint8_t PROC_SHELL_ARG_U32 = 1;     // a number from 0 to 4294967295
+constexpr uint8_t PROC_SHELL_ARG_I32 = 2;     // a number from -2147483648 to 2147483647
+constexpr uint8_t PROC_SHELL_ARG_IFUNIT = 3;  // the unit of an interface the platform knows
+constexpr uint32_t PROC_SHELL_MAX_ARGS = 4;
+constexpr uint32_t PROC_SHELL_MAX_FUNCS = 256;
+
+// A process-shell function as the shell calls it: `args` holds argCount
+// values, each already checked against its kind, so that the function may
+// narrow it to its parameter's type. Returns the function's result.
+using tProcShellEntry = int32_t (*)(const int64_t* args);
+
+// One row of a process's shell table: what operators may call by name.
+struct tProcShellFunc {
+    const char* name;                           // 1 to 63 printable characters, no blanks
+    tProcShellEntry entry;                      // never null
+    uint32_t argCount;                          // 0 to PROC_SHELL_MAX_ARGS
+    uint8_t argKinds[PROC_SHELL_MAX_ARGS];      // PROC_SHELL_ARG_*, the first argCount used
+    const char* argNames[PROC_SHELL_MAX_ARGS];  // 1 to 31 characters each, for the list of callable functions
+};
+
+// Registers the `rows` rows (1 to PROC_SHELL_MAX_FUNCS) of `funcs` as the
+// only functions the process shell calls; the rows are copied, and a later
+// registration replaces them. The shell refuses every call while no table is
+// registered, and every call of a name the table does not have, with another
+// number of arguments than its row's, or with an argument outside its kind.
+// Returns 0, or ZEL_ERR_INVALID_ARG for no table, too many rows or a bad row
+// (a name that is missing, too long, repeated or a test variable's; no entry;
+// too many arguments; an unknown kind; a missing argument name); such a
+// table changes nothing.
+int32_t procShellFuncInit(const tProcShellFunc* funcs, uint32_t rows);
 
 // Installs the platform's remaining signal handlers.
 void patchSignalHandler(void);

@@ -245,7 +245,8 @@ ResultInfo resultInfo(int32_t result, ResultSource source) {
         case ZEL_ERR_SET_SOCKOPT:
             return {"ZEL_ERR_SET_SOCKOPT", "the packet socket's receive buffer could not be set"};
         case cmdp::ERR_DENIED:
-            return {"ERR_DENIED", "not allowed (a peer without the right, or a name outside the process's own)"};
+            return {"ERR_DENIED",
+                    "not allowed (a peer without the right, or a shell call the process does not offer)"};
         default: return {"UNKNOWN", "a result this tool has no name for"};
     }
 }
@@ -510,7 +511,7 @@ const char* const HELP_MAIN =
     "  if IF sync NAME VALUE      change a setting of an interface as a sync\n"
     "  if IF counters             the eight counters of an interface\n"
     "  if IF clear                set the counters of an interface to zero\n"
-    "  shell FUNCTION [ARG...]    call a diagnostic function (pppoeplusShow, ...)\n"
+    "  shell FUNCTION [ARG...]    call a diagnostic function; 'shell' alone lists them\n"
     "  event reset-port IF        raise the event that resets a port's configuration\n"
     "  event reset-proto [ID...]  raise the event that resets protocols' settings\n"
     "                             (default 141, the agent's own protocol)\n"
@@ -656,27 +657,33 @@ const char* const HELP_SHELL =
     "       pppoeplusctl [--json] shell 'FUNCTION(ARG, ...)'\n"
     "\n"
     "Calls a diagnostic function of the daemon through its process shell (root\n"
-    "only) and prints what it printed. Arguments are integers (decimal or 0x\n"
-    "hexadecimal) or interface names, which stand for their unit. The exit status\n"
-    "is 1 when the function returns something other than 0.\n"
+    "only) and prints what it printed. The daemon calls only the functions below,\n"
+    "each with exactly its arguments: IF is an interface name or unit (a name is\n"
+    "looked up in this tool's network namespace, a unit must be one the daemon\n"
+    "knows); the other arguments are integers (decimal or 0x hexadecimal) in the\n"
+    "range the function takes. Anything else is refused with ERR_DENIED, and the\n"
+    "refusal lists what may be called. The exit status is 1 when the call is\n"
+    "refused or the function returns something other than 0.\n"
     "\n"
     "Functions:\n"
-    "  pppoeplusShow                     the global record and every interface\n"
-    "  pppoeplusIfShowAll                every interface, then the entry pool\n"
-    "  pppoeplusTrustIfShowAll           the trusted interfaces (uplinks)\n"
-    "  pppoeplusKeywordsShow             the format keywords and their codes\n"
-    "  pppoeplusCommonFormatShow         the built-in formats\n"
-    "  pppoeplusHelp                     the daemon's own list of functions\n"
-    "  pppoeplusSetPktFdRecvBufLen BYTES the packet socket's receive buffer\n"
-    "  pppoeplusTestForwardSet 0|1       forward frames unchanged (a test switch)\n"
-    "  pppoeplusTest                     two reads through the management calls\n"
-    "  pppoeplusLogTest IF               write the protocol error log messages\n"
-    "  pppoeplusPonTest IF ONU           treat IF as a G-PON port with ONU number\n"
-    "                                    ONU (for a lab without PON hardware)\n"
-    "  gPppoeplusTestForward, gTestOnuInfo   show these test variables\n"
+    "  pppoeplusShow                      the global record and every interface\n"
+    "  pppoeplusIfShowAll                 every interface, then the entry pool\n"
+    "  pppoeplusTrustIfShowAll            the trusted interfaces (uplinks)\n"
+    "  pppoeplusIfEntryShow IF            the entry of one interface\n"
+    "  pppoeplusKeywordsShow              the format keywords and their codes\n"
+    "  pppoeplusCommonFormatShow          the built-in formats\n"
+    "  pppoeplusHelp                      the daemon's own list of functions\n"
+    "  pppoeplusSetPktFdRecvBufLen BYTES  the packet socket's receive buffer (i32)\n"
+    "  pppoeplusTestForwardSet 0|1        forward frames unchanged (test switch, u32)\n"
+    "  pppoeplusTest                      two reads through the management calls\n"
+    "  pppoeplusLogTest IF                write the protocol error log messages\n"
+    "  pppoeplusPonTest IF ONU            treat IF as a G-PON port with ONU number\n"
+    "                                     ONU (u32; for a lab without PON hardware)\n"
+    "  gPppoeplusTestForward, gTestOnuInfo  show these test variables (read only)\n"
     "\n"
     "Examples:\n"
     "  pppoeplusctl shell pppoeplusShow\n"
+    "  pppoeplusctl shell pppoeplusIfEntryShow eth1\n"
     "  pppoeplusctl shell pppoeplusPonTest eth3 7\n"
     "  pppoeplusctl shell 'pppoeplusPonTest(eth3, 7)'\n";
 
@@ -1373,7 +1380,11 @@ int Runner::cmdIfList() {
 }
 
 int Runner::cmdShell(const std::vector<std::string>& a) {
-    if (a.size() < 2) return usage({"shell needs a function name", "shell"});
+    // Without a function: what may be called.
+    if (a.size() < 2) {
+        out_ << helpText("shell");
+        return EXIT_OK;
+    }
     std::string line;
     for (size_t i = 1; i < a.size(); i++) line += (i > 1 ? " " : "") + a[i];
     line = trim(line);
@@ -1423,9 +1434,16 @@ int Runner::cmdShell(const std::vector<std::string>& a) {
     Json j = Json::object();
     j.add("function", name).addRaw("args", args.str());
     if (reply.status != 0) {
-        std::string detail = trim(plainLines(reply.output));
-        while (!detail.empty() && detail.back() == '\n') detail.pop_back();
-        return answered(reply.status, ResultSource::Protocol, detail, j);
+        // The first line says why; the lines after it, if any, what may be
+        // called instead.
+        std::string text = trim(plainLines(reply.output));
+        while (!text.empty() && text.back() == '\n') text.pop_back();
+        const size_t eol = text.find('\n');
+        const std::string detail = text.substr(0, eol);
+        if (eol != std::string::npos) j.add("callable", text.substr(eol + 1) + "\n");
+        int rc = answered(reply.status, ResultSource::Protocol, detail, j);
+        if (eol != std::string::npos) err_ << text.substr(eol + 1) << "\n";
+        return rc;
     }
     if (json_) {
         Json o = Json::object();

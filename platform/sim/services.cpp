@@ -14,6 +14,14 @@ int32_t procShellInit(const char* name, uint32_t arg1, uint32_t arg2) {
     return 0;
 }
 
+int32_t procShellFuncInit(const tProcShellFunc* funcs, uint32_t rows) {
+    auto f = sim::enter("procShellFuncInit", "procShellFuncInit(" + std::to_string(rows) + ")");
+    if (f) return static_cast<int32_t>(*f);
+    g.shellFuncs = funcs;
+    g.shellFuncRows = rows;
+    return 0;
+}
+
 void patchSignalHandler(void) {
     sim::enter("patchSignalHandler", "patchSignalHandler()");
     g.signalsPatched = true;

@@ -172,6 +172,8 @@ struct State {
     bool segFaultCaught = false;
     bool signalsPatched = false;
     std::string shellName;
+    const tProcShellFunc* shellFuncs = nullptr;
+    uint32_t shellFuncRows = 0;
     std::string cmdService;
     std::string cmdPath;
     const void* cmdMap = nullptr;

@@ -20,10 +20,14 @@ TEST_F(ProcessMainTest, RefusedOptionEndsTheProcessWithMinusOne) {
     sim::setOption("pppoeplus.enable", "false");
     EXPECT_EQ(-1, pppoeplusProcessMain());
     const std::vector<std::string> expected = {"silCatchSegFault()", "patchSignalHandler()",
-                                               "procShellInit(pppoeplus,0,0)", "silOptRead(pppoeplus.enable)"};
+                                               "procShellFuncInit(12)", "procShellInit(pppoeplus,0,0)",
+                                               "silOptRead(pppoeplus.enable)"};
     EXPECT_EQ(expected, sim::g.calls);
     EXPECT_EQ(SIG_IGN, std::signal(SIGPIPE, SIG_DFL)) << "SIGPIPE is ignored";
     EXPECT_EQ("pppoeplus", sim::g.shellName);
+    // The shell gets the diagnostic table, before it is registered.
+    EXPECT_EQ(gPppoeplusShellFuncs, sim::g.shellFuncs);
+    EXPECT_EQ(PPPOEPLUS_SHELL_FUNC_NUM, sim::g.shellFuncRows);
 }
 
 TEST_F(ProcessMainTest, FailedStartUpEndsTheProcessWithMinusOne) {

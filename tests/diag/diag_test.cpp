@@ -11,6 +11,7 @@
 
 #include "core/global.h"
 #include "diag/diag.h"
+#include "diag/shell_table.h"
 #include "format/format_simplify.h"
 #include "format/keywords.h"
 #include "iftable/if_entry.h"
@@ -415,6 +416,148 @@ TEST_F(DiagTest, PonTestThenAPadiGetsThePonLineId) {
 TEST_F(DiagTest, PonTestOnAPonPortGivesTheOnuNumber) {
     std::vector<uint8_t> id = ponTestPadiCircuitId(true);
     EXPECT_EQ("0 0/0/0:0.0 00:AA:BB:CC:DD:EE/0/0/0/0/7/5 GP", std::string(id.begin(), id.end()));
+}
+
+// ---- the process shell's table ---------------------------------------------------
+
+template <typename... Params>
+constexpr uint32_t arityOf(int32_t (*)(Params...)) {
+    return sizeof...(Params);
+}
+
+// The shell's row called `name`, or null.
+const tProcShellFunc* shellRow(const std::string& name) {
+    for (const tProcShellFunc& f : gPppoeplusShellFuncs)
+        if (name == f.name) return &f;
+    return nullptr;
+}
+
+// Runs the shell's row `name` with `args`, as the shell does once the
+// arguments are checked.
+int32_t shellRun(const std::string& name, std::vector<int64_t> args) {
+    const tProcShellFunc* row = shellRow(name);
+    EXPECT_NE(nullptr, row) << name;
+    if (row == nullptr) return -1;
+    EXPECT_EQ(row->argCount, args.size()) << name;
+    args.resize(PROC_SHELL_MAX_ARGS);
+    return row->entry(args.data());
+}
+
+TEST_F(DiagTest, TheShellTableListsEveryDiagnosticFunctionWithItsArguments) {
+    struct Expected {
+        const char* name;
+        uint32_t arity;  // of the function operators know by that name
+        std::vector<uint8_t> kinds;
+    };
+    const uint8_t U32 = PROC_SHELL_ARG_U32, I32 = PROC_SHELL_ARG_I32, UNIT = PROC_SHELL_ARG_IFUNIT;
+    const Expected expected[] = {
+        {"pppoeplusKeywordsShow", arityOf(pppoeplusKeywordsShow), {}},
+        {"pppoeplusCommonFormatShow", arityOf(pppoeplusCommonFormatShow), {}},
+        // The entry's address is given as its interface unit.
+        {"pppoeplusIfEntryShow", arityOf(pppoeplusIfEntryShow), {UNIT}},
+        {"pppoeplusIfShowAll", arityOf(pppoeplusIfShowAll), {}},
+        {"pppoeplusTrustIfShowAll", arityOf(pppoeplusTrustIfShowAll), {}},
+        {"pppoeplusShow", arityOf(pppoeplusShow), {}},
+        {"pppoeplusSetPktFdRecvBufLen", arityOf(pppoeplusSetPktFdRecvBufLen), {I32}},
+        {"pppoeplusTestForwardSet", arityOf(pppoeplusTestForwardSet), {U32}},
+        {"pppoeplusHelp", arityOf(pppoeplusHelp), {}},
+        {"pppoeplusTest", arityOf(pppoeplusTest), {}},
+        {"pppoeplusLogTest", arityOf(pppoeplusLogTest), {UNIT}},
+        {"pppoeplusPonTest", arityOf(pppoeplusPonTest), {UNIT, U32}},
+    };
+    ASSERT_EQ(std::size(expected), PPPOEPLUS_SHELL_FUNC_NUM);
+    for (uint32_t i = 0; i < PPPOEPLUS_SHELL_FUNC_NUM; i++) {
+        const tProcShellFunc& row = gPppoeplusShellFuncs[i];
+        const Expected& e = expected[i];
+        ASSERT_NE(nullptr, row.name) << i;
+        EXPECT_STREQ(e.name, row.name);
+        EXPECT_NE(nullptr, row.entry) << e.name;
+        EXPECT_EQ(e.arity, row.argCount) << e.name;
+        ASSERT_EQ(e.kinds.size(), row.argCount) << e.name;
+        for (uint32_t a = 0; a < row.argCount; a++) {
+            EXPECT_EQ(e.kinds[a], row.argKinds[a]) << e.name << " argument " << a;
+            ASSERT_NE(nullptr, row.argNames[a]) << e.name;
+            EXPECT_NE("", std::string(row.argNames[a])) << e.name;
+        }
+        for (uint32_t j = 0; j < i; j++) EXPECT_STRNE(row.name, gPppoeplusShellFuncs[j].name);
+    }
+    // Every function pppoeplusHelp lists can be called.
+    std::istringstream help(captured(pppoeplusHelp));
+    int listed = 0;
+    for (std::string line; std::getline(help, line);) {
+        if (line.find('(') == std::string::npos) continue;
+        listed++;
+        EXPECT_NE(nullptr, shellRow(line.substr(0, line.find('(')))) << line;
+    }
+    EXPECT_EQ(8, listed);
+}
+
+TEST_F(DiagTest, EveryShellRowPrintsWhatTheDirectCallPrints) {
+    populate();
+    sim::addInterface(30, "eth0/30", ZEL_OND_ETH);  // an interface without an entry
+    struct Case {
+        const char* name;
+        std::vector<int64_t> args;
+        std::function<int32_t()> direct;
+        const char* golden;  // the golden file the output matches, if any
+    };
+    const Case cases[] = {
+        {"pppoeplusKeywordsShow", {}, pppoeplusKeywordsShow, "keywords_show"},
+        {"pppoeplusCommonFormatShow", {}, pppoeplusCommonFormatShow, "common_format_show"},
+        {"pppoeplusIfEntryShow", {1}, [] { return pppoeplusIfEntryShow(pppoeplusIfEntryGet(1)); },
+         "populated_if_entry_show_1"},
+        {"pppoeplusIfEntryShow", {20}, [] { return pppoeplusIfEntryShow(pppoeplusIfEntryGet(20)); },
+         "populated_if_entry_show_20"},
+        {"pppoeplusIfShowAll", {}, pppoeplusIfShowAll, "populated_if_show_all"},
+        {"pppoeplusTrustIfShowAll", {}, pppoeplusTrustIfShowAll, "populated_trust_show_all"},
+        {"pppoeplusShow", {}, pppoeplusShow, "populated_show"},
+        {"pppoeplusSetPktFdRecvBufLen", {65536}, [] { return pppoeplusSetPktFdRecvBufLen(65536); },
+         "set_pkt_fd_recv_buf_len"},
+        {"pppoeplusSetPktFdRecvBufLen", {-2147483648LL}, [] { return pppoeplusSetPktFdRecvBufLen(INT32_MIN); },
+         nullptr},
+        {"pppoeplusTestForwardSet", {3}, [] { return pppoeplusTestForwardSet(3); }, "test_forward_set"},
+        {"pppoeplusTestForwardSet", {4294967295LL}, [] { return pppoeplusTestForwardSet(UINT32_MAX); }, nullptr},
+        {"pppoeplusHelp", {}, pppoeplusHelp, "help"},
+        {"pppoeplusTest", {}, pppoeplusTest, nullptr},
+        {"pppoeplusLogTest", {1}, [] { return pppoeplusLogTest(1); }, nullptr},
+        {"pppoeplusPonTest", {20, 4095}, [] { return pppoeplusPonTest(20, 4095); }, nullptr},
+    };
+    for (const Case& c : cases) {
+        sim::g.logs.clear();
+        int32_t rowResult = -1;
+        std::string rowOut = captured([&c] { return shellRun(c.name, c.args); }, &rowResult);
+        std::vector<std::string> rowLogs = sim::logTexts();
+        tPppoeplusTestOnuInfo rowOnu = gTestOnuInfo;
+
+        sim::g.logs.clear();
+        std::memset(&gTestOnuInfo, 0, sizeof(gTestOnuInfo));
+        int32_t directResult = -2;
+        std::string directOut = captured(c.direct, &directResult);
+        EXPECT_EQ(directOut, rowOut) << c.name;
+        EXPECT_EQ(directResult, rowResult) << c.name;
+        EXPECT_EQ(sim::logTexts(), rowLogs) << c.name;
+        EXPECT_EQ(0, std::memcmp(&gTestOnuInfo, &rowOnu, sizeof(rowOnu))) << c.name;
+        if (c.golden != nullptr) expectGolden(c.golden, rowOut);
+        if (std::string(c.name) == "pppoeplusLogTest") {
+            EXPECT_EQ(4u, rowLogs.size()) << "the messages were written";
+        }
+    }
+    EXPECT_EQ(20u, gTestOnuInfo.ifUnit);
+}
+
+TEST_F(DiagTest, TheShellShowsTheEntryOfAUnitOrSaysThatThereIsNone) {
+    populate();
+    sim::addInterface(30, "eth0/30", ZEL_OND_ETH);
+    int32_t ret = 0;
+    EXPECT_EQ("ifUnit:30 eth0/30 has no pppoeplus entry\r\n",
+              captured([] { return shellRun("pppoeplusIfEntryShow", {30}); }, &ret));
+    EXPECT_EQ(ZEL_ERR_NOT_FOUND, ret);
+    // An interface gone meanwhile has no name either.
+    EXPECT_EQ("ifUnit:31 has no pppoeplus entry\r\n", captured([] { return pppoeplusIfEntryShowByUnit(31); }, &ret));
+    EXPECT_EQ(ZEL_ERR_NOT_FOUND, ret);
+    EXPECT_TRUE(captured([] { return shellRun("pppoeplusIfEntryShow", {10}); }, &ret).find("ifUnit:10 ethagg1,") !=
+                std::string::npos);
+    EXPECT_EQ(0, ret);
 }
 
 }  // namespace

@@ -21,6 +21,7 @@
 
 #include "lt_netns.h"
 #include "platform/linux/cmd_proto.h"
+#include "platform/types.h"
 
 #ifndef PPPOEPLUSD_PATH
 #error "PPPOEPLUSD_PATH names the daemon binary"
@@ -192,6 +193,109 @@ TEST_F(DaemonTest, StartsFromItsConfigurationServesAndStopsCleanly) {
     struct stat st;
     EXPECT_NE(0, ::stat(cmd.c_str(), &st)) << "command socket left behind";
     EXPECT_NE(0, ::stat(shell.c_str(), &st)) << "shell socket left behind";
+}
+
+// A shell call to the daemon and its reply; the status is -1 when none came.
+cmdp::ShellReply shellCall(const std::string& socket, const std::string& name, const std::vector<int64_t>& args = {}) {
+    cmdp::ShellRequest req;
+    req.name = name;
+    req.args = args;
+    cmdp::ShellReply reply;
+    std::string error;
+    if (cmdp::shell(socket, req, reply, error) != 0) {
+        reply.status = -1;
+        reply.output = error;
+    }
+    return reply;
+}
+
+TEST_F(DaemonTest, TheShellCallsOnlyTheDiagnosticFunctionsOfItsTable) {
+    std::string conf = dir_.file("pppoeplus.conf",
+                                 "pppoeplus.defaultenable = true\n"
+                                 "pppoeplus.defaultportenable = true\n"
+                                 "platform.hwrule = none\n");
+    start(conf);
+    const std::string shell = dir_.path() + "/pppoeplusShell.socket";
+    ASSERT_TRUE(lt::waitForPath(shell, 10000)) << lt::readFile(log_);
+    ASSERT_TRUE(eventually([&] { return contains(lt::readFile(log_), "pppoeplusd running"); })) << lt::readFile(log_);
+    // Numbers that look like the address of an entry are never used as one:
+    // a unit no interface has, or no unit at all.
+    cmdp::ShellReply reply = shellCall(shell, "pppoeplusIfEntryShow", {0x10});
+    EXPECT_EQ(cmdp::ERR_NOT_FOUND, reply.status) << reply.output;
+    EXPECT_EQ("'pppoeplusIfEntryShow': argument 1 (ifUnit): no interface has unit 16\n", reply.output);
+    reply = shellCall(shell, "pppoeplusIfEntryShow", {0x7ffd12345678LL});
+    EXPECT_EQ(cmdp::ERR_DENIED, reply.status) << reply.output;
+    ASSERT_EQ(-1, lt::waitFor(daemon_.pid, 0)) << "the daemon ended: " << lt::readFile(log_);
+
+    // d2 is served: every port is on by default.
+    const int64_t d2 = std::stoll(ns_->out("cat /sys/class/net/d2/ifindex"));
+    ASSERT_TRUE(eventually([&] { return shellCall(shell, "pppoeplusIfEntryShow", {d2}).status == 0; }))
+        << lt::readFile(log_);
+
+    // The entry of a unit, through the name operators know.
+    reply = shellCall(shell, "pppoeplusIfEntryShow", {d2});
+    EXPECT_EQ(0, reply.status);
+    EXPECT_EQ(0, reply.result);
+    EXPECT_TRUE(contains(reply.output, "ifUnit:" + std::to_string(d2) + " d2, trust:2 ZEL_FALSE, enable:1 ZEL_TRUE"))
+        << reply.output;
+    // lo is not served: it has no entry.
+    reply = shellCall(shell, "pppoeplusIfEntryShow", {1});
+    EXPECT_EQ(0, reply.status);
+    EXPECT_EQ(ZEL_ERR_NOT_FOUND, reply.result);
+    EXPECT_EQ("ifUnit:1 lo has no pppoeplus entry\r\n", reply.output);
+
+    // Functions of the daemon outside the table, and wrong arguments.
+    for (const char* name : {"pppoeplusIfEntryAdd", "pppoeplusEnable", "pppoeplusDisable", "pppoeplusInit", "system"}) {
+        reply = shellCall(shell, name, {0x10});
+        EXPECT_EQ(cmdp::ERR_DENIED, reply.status) << name;
+        EXPECT_TRUE(contains(reply.output, "' is not a diagnostic function of this process\n")) << reply.output;
+        EXPECT_TRUE(contains(reply.output, "  pppoeplusPonTest(interface ifUnit, u32 onuId)\n")) << reply.output;
+    }
+    EXPECT_EQ(cmdp::ERR_DENIED, shellCall(shell, "pppoeplusIfEntryShow").status);
+    EXPECT_EQ(cmdp::ERR_DENIED, shellCall(shell, "pppoeplusShow", {1}).status);
+    EXPECT_EQ(cmdp::ERR_DENIED, shellCall(shell, "pppoeplusTestForwardSet", {-1}).status);
+    EXPECT_EQ(cmdp::ERR_DENIED, shellCall(shell, "pppoeplusSetPktFdRecvBufLen", {0x80000000LL}).status);
+    EXPECT_EQ(cmdp::ERR_DENIED, shellCall(shell, "pppoeplusPonTest", {d2, 0x100000000LL}).status);
+    EXPECT_EQ(cmdp::ERR_NOT_FOUND, shellCall(shell, "pppoeplusLogTest", {99999}).status);
+
+    // Every function of the table, with good arguments.
+    struct Call {
+        const char* name;
+        std::vector<int64_t> args;
+        const char* golden;  // the fixed output, or null
+    };
+    const Call calls[] = {
+        {"pppoeplusKeywordsShow", {}, "keywords_show"},
+        {"pppoeplusCommonFormatShow", {}, "common_format_show"},
+        {"pppoeplusIfEntryShow", {d2}, nullptr},
+        {"pppoeplusIfShowAll", {}, nullptr},
+        {"pppoeplusTrustIfShowAll", {}, nullptr},
+        {"pppoeplusShow", {}, nullptr},
+        {"pppoeplusSetPktFdRecvBufLen", {1048576}, nullptr},
+        {"pppoeplusTestForwardSet", {0}, "test_forward_set_0"},
+        {"pppoeplusHelp", {}, "help"},
+        {"pppoeplusTest", {}, nullptr},
+        {"pppoeplusLogTest", {d2}, nullptr},
+        {"pppoeplusPonTest", {d2, 7}, nullptr},
+    };
+    for (const Call& c : calls) {
+        reply = shellCall(shell, c.name, c.args);
+        EXPECT_EQ(0, reply.status) << c.name << ": " << reply.output;
+        EXPECT_EQ(0, reply.result) << c.name;
+        if (c.golden == nullptr) continue;
+        const std::string expected = std::string(c.golden) == "test_forward_set_0"
+                                         ? "\r\n gPppoeplusTestForward change to 0\r\n"
+                                         : lt::readFile(std::string(PPPOEPLUS_SOURCE_DIR) + "/tests/diag/golden/" +
+                                                        c.golden + ".txt");
+        EXPECT_EQ(expected, reply.output) << c.name;
+    }
+    EXPECT_TRUE(contains(shellCall(shell, "pppoeplusShow").output, "\r\n pppoeplus Interface:\r\npIf:0x"));
+    EXPECT_TRUE(contains(shellCall(shell, "pppoeplusSetPktFdRecvBufLen", {1048576}).output, " recv bufLen:1048576\r\n"));
+    // The test variables are read: pppoeplusPonTest wrote d2's unit first.
+    reply = shellCall(shell, "gTestOnuInfo");
+    EXPECT_EQ(0, reply.status);
+    EXPECT_EQ(d2, reply.result);
+    EXPECT_EQ(-1, lt::waitFor(daemon_.pid, 0)) << "the daemon ended: " << lt::readFile(log_);
 }
 
 // A raw socket of the test on `ifName`.

@@ -12,6 +12,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -20,21 +22,14 @@
 #include "platform/services.h"
 #include "platform/types.h"
 
-// Names the shell may call in this test process, as a daemon's diagnostics.
+// The test variables the shell reads in this test process, as a daemon's, and
+// a function of the process's own that its shell table does not list.
 extern "C" {
 uint32_t gPppoeplusTestForward = 5;
 uint8_t gTestOnuInfo[16] = {0, 0, 0, 0, 0, 0x01, 0x20, 0x08, 'W', 'U', 'P', 'O', 0x1b, 0xd8, 0x0a, 0x9a};
-int pppoeplusLtEcho(int a, int b) {
-    std::printf("echo %d %d\r\n", a, b);
-    return a + b;
-}
-int pppoeplusLtLoud(int n) {
-    for (int i = 0; i < n; i++) std::putchar('x');
-    return n;
-}
-int pppoeplusLtArgs(long a, long b, long c, long d, long e, long f, long g, long h, long i, long j) {
-    std::printf("%ld %ld %ld %ld %ld %ld %ld %ld %ld %ld", a, b, c, d, e, f, g, h, i, j);
-    return static_cast<int>(a + j);
+int pppoeplusLtHidden(void) {
+    std::printf("hidden called\r\n");
+    return 99;
 }
 int ltNotOurs(void) { return 1; }
 }
@@ -85,6 +80,40 @@ int32_t ltNext(uint32_t unit, uint32_t* out) {
     return 0;
 }
 
+// The shell table of the serving process: functions with each kind of
+// argument, as a daemon's diagnostics.
+int32_t ltEcho(const int64_t* a) {
+    std::printf("echo %d %d\r\n", static_cast<int32_t>(a[0]), static_cast<int32_t>(a[1]));
+    return static_cast<int32_t>(a[0] + a[1]);
+}
+int32_t ltLoud(const int64_t* a) {
+    for (int64_t i = 0; i < a[0]; i++) std::putchar('x');
+    return static_cast<int32_t>(a[0]);
+}
+int32_t ltArgs(const int64_t* a) {
+    std::printf("%lld %lld %lld %lld", static_cast<long long>(a[0]), static_cast<long long>(a[1]),
+                static_cast<long long>(a[2]), static_cast<long long>(a[3]));
+    return static_cast<int32_t>(a[2]);
+}
+int32_t ltNone(const int64_t*) {
+    std::printf("none\r\n");
+    return -5;
+}
+
+const tProcShellFunc SHELL_FUNCS[4] = {
+    {"pppoeplusLtEcho", ltEcho, 2, {PROC_SHELL_ARG_I32, PROC_SHELL_ARG_I32}, {"a", "b"}},
+    {"pppoeplusLtLoud", ltLoud, 1, {PROC_SHELL_ARG_U32}, {"n"}},
+    {"pppoeplusLtArgs",
+     ltArgs,
+     4,
+     {PROC_SHELL_ARG_U32, PROC_SHELL_ARG_I32, PROC_SHELL_ARG_IFUNIT, PROC_SHELL_ARG_U32},
+     {"u", "i", "ifUnit", "v"}},
+    {"pppoeplusLtNone", ltNone, 0, {}, {}},
+};
+
+// A unit no interface has.
+constexpr int64_t NO_UNIT = 0x7FFFFFF0;
+
 const tIcmFuncMap MAP[9] = {
     {0, nullptr},
     {1, reinterpret_cast<tIcmEntry>(&ltGet)},
@@ -105,9 +134,10 @@ const tIcmCallSpec SPECS[] = {
 };
 
 // Serves the test map and the shell from a child process until destroyed.
+// `setup` runs in the child first (it registers the shell table).
 class Server {
   public:
-    Server(const std::string& root, const std::string& conf) {
+    Server(const std::string& root, const std::string& conf, const std::function<void()>& setup) {
         std::fflush(nullptr);
         const pid_t parent = ::getpid();
         pid_ = ::fork();
@@ -116,6 +146,7 @@ class Server {
             ::setenv("PPPOEPLUS_ROOT", root.c_str(), 1);
             ::setenv("PPPOEPLUS_CONF", conf.c_str(), 1);
             ::setenv("PPPOEPLUS_LOG", "stderr", 1);
+            setup();
             procShellInit("pppoeplus", 0, 0);
             icmProcCallSpecInit("pppoeplusCmd", SPECS, sizeof(SPECS) / sizeof(SPECS[0]));
             icmProcTcpInit("pppoeplusCmd", "/tmp/pppoeplusNm.socket", MAP, 9);
@@ -143,10 +174,25 @@ class ServicesTest : public ::testing::Test {
   protected:
     void SetUp() override {
         if (::geteuid() != 0) GTEST_SKIP() << "needs root: the services check that their peers are root";
-        server_ = std::make_unique<Server>(dir_.path(), dir_.file("c.conf", conf()));
+        server_ = std::make_unique<Server>(dir_.path(), dir_.file("c.conf", conf()), [this] { shellSetup(); });
         ASSERT_TRUE(server_->ready);
     }
     virtual std::string conf() { return ""; }
+    // In the serving process, before its shell starts.
+    virtual void shellSetup() {
+        if (procShellFuncInit(SHELL_FUNCS, 4) != 0) std::_Exit(3);
+    }
+
+    // A shell call and its reply.
+    cmdp::ShellReply shell(const std::string& name, const std::vector<int64_t>& args = {}) {
+        cmdp::ShellRequest req;
+        req.name = name;
+        req.args = args;
+        cmdp::ShellReply reply;
+        std::string error;
+        EXPECT_EQ(0, cmdp::shell(server_->shell, req, reply, error)) << name << ": " << error;
+        return reply;
+    }
 
     // A get of code 1 works: the service is serving.
     void expectServing() {
@@ -354,7 +400,7 @@ TEST_F(ServicesTest, MalformedRequestsAreRefusedAndTheServiceGoesOn) {
 
     // A shell request on the command service.
     cmdp::ShellRequest wrongKind;
-    wrongKind.name = "pppoeplusLtEcho";
+    wrongKind.name = "pppoeplusLtNone";
     f = rawExchange(server_->cmd, cmdp::shellRequestEncode(wrongKind, 1), false, &rc);
     ASSERT_EQ(0, rc);
     EXPECT_EQ(cmdp::ERR_UNSUPPORTED, errorOf(f));
@@ -362,59 +408,63 @@ TEST_F(ServicesTest, MalformedRequestsAreRefusedAndTheServiceGoesOn) {
     expectServing();
 }
 
-TEST_F(ServicesTest, ShellCallsExportedFunctionsAndReturnsTheirOutput) {
-    cmdp::ShellRequest req;
-    req.name = "pppoeplusLtEcho";
-    req.args = {3, 4};
-    cmdp::ShellReply reply;
-    std::string error;
-    ASSERT_EQ(0, cmdp::shell(server_->shell, req, reply, error)) << error;
+TEST_F(ServicesTest, ShellCallsTheFunctionsOfItsTable) {
+    cmdp::ShellReply reply = shell("pppoeplusLtEcho", {3, 4});
     EXPECT_EQ(0, reply.status);
     EXPECT_EQ(7, reply.result);
     EXPECT_EQ("echo 3 4\r\n", reply.output);
+    reply = shell("pppoeplusLtEcho", {-2147483648LL, 2147483647});
+    EXPECT_EQ(0, reply.status) << reply.output;
+    EXPECT_EQ("echo -2147483648 2147483647\r\n", reply.output);
+    EXPECT_EQ(-1, reply.result);
 
-    req.name = "pppoeplusLtArgs";
-    req.args = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
-    ASSERT_EQ(0, cmdp::shell(server_->shell, req, reply, error));
-    EXPECT_EQ("1 2 3 4 5 6 7 8 9 10", reply.output);
-    EXPECT_EQ(11, reply.result);
+    // The ends of every kind's range; lo is unit 1 in every network namespace.
+    reply = shell("pppoeplusLtArgs", {4294967295LL, -2147483648LL, 1, 0});
+    EXPECT_EQ(0, reply.status) << reply.output;
+    EXPECT_EQ("4294967295 -2147483648 1 0", reply.output);
+    EXPECT_EQ(1, reply.result);
 
-    req.name = "pppoeplusLtLoud";
-    req.args = {static_cast<int64_t>(cmdp::MAX_SHELL_OUTPUT) + 100};
-    ASSERT_EQ(0, cmdp::shell(server_->shell, req, reply, error));
+    reply = shell("pppoeplusLtNone");
+    EXPECT_EQ(0, reply.status);
+    EXPECT_EQ(-5, reply.result);
+    EXPECT_EQ("none\r\n", reply.output);
+
+    reply = shell("pppoeplusLtLoud", {static_cast<int64_t>(cmdp::MAX_SHELL_OUTPUT) + 100});
     EXPECT_EQ(cmdp::MAX_SHELL_OUTPUT, reply.output.size());
     EXPECT_TRUE(reply.flags & cmdp::SHELL_FLAG_TRUNCATED);
 
-    req.name = "gPppoeplusTestForward";
-    req.args.clear();
-    ASSERT_EQ(0, cmdp::shell(server_->shell, req, reply, error));
+    // The test variables are read, not called.
+    reply = shell("gPppoeplusTestForward");
     EXPECT_EQ(0, reply.status);
     EXPECT_EQ(5, reply.result);
     EXPECT_TRUE(reply.flags & cmdp::SHELL_FLAG_VARIABLE);
     EXPECT_EQ("gPppoeplusTestForward = 5 (0x00000005)\n", reply.output);
-
-    req.name = "gTestOnuInfo";
-    ASSERT_EQ(0, cmdp::shell(server_->shell, req, reply, error));
+    reply = shell("gTestOnuInfo");
     EXPECT_EQ("gTestOnuInfo = 00 00 00 00 00 01 20 08 57 55 50 4f 1b d8 0a 9a\n", reply.output);
 }
 
-TEST_F(ServicesTest, ShellRefusesNamesOutsideTheProcessesOwn) {
-    cmdp::ShellReply reply;
-    std::string error;
-    for (const char* name : {"ltNotOurs", "system", "exit", "abort", "gPppoeplusOther"}) {
-        cmdp::ShellRequest req;
-        req.name = name;
-        ASSERT_EQ(0, cmdp::shell(server_->shell, req, reply, error));
+TEST_F(ServicesTest, ShellRefusesNamesOutsideItsTable) {
+    // pppoeplusLtHidden is a function of the process with the process's
+    // prefix, but not in the table.
+    for (const char* name : {"pppoeplusLtHidden", "ltNotOurs", "system", "exit", "abort", "gPppoeplusOther",
+                             "pppoeplusNoSuchFunction", "pppoeplusIfEntryAdd", "pppoeplusEnable"}) {
+        cmdp::ShellReply reply = shell(name);
         EXPECT_EQ(cmdp::ERR_DENIED, reply.status) << name;
+        EXPECT_EQ(0, reply.result) << name;
+        // The refusal says what may be called instead.
+        EXPECT_EQ("'" + std::string(name) +
+                      "' is not a diagnostic function of this process\n"
+                      "callable functions (an interface is given by its unit):\n"
+                      "  pppoeplusLtEcho(i32 a, i32 b)\n"
+                      "  pppoeplusLtLoud(u32 n)\n"
+                      "  pppoeplusLtArgs(u32 u, i32 i, interface ifUnit, u32 v)\n"
+                      "  pppoeplusLtNone()\n"
+                      "variables, read only: gPppoeplusTestForward gTestOnuInfo\n",
+                  reply.output);
     }
-    cmdp::ShellRequest req;
-    req.name = "pppoeplusNoSuchFunction";
-    ASSERT_EQ(0, cmdp::shell(server_->shell, req, reply, error));
-    EXPECT_EQ(cmdp::ERR_NOT_FOUND, reply.status);
-    req.name = "gPppoeplusTestForward";
-    req.args = {1};
-    ASSERT_EQ(0, cmdp::shell(server_->shell, req, reply, error));
+    cmdp::ShellReply reply = shell("gPppoeplusTestForward", {1});
     EXPECT_EQ(cmdp::ERR_DENIED, reply.status) << "a variable takes no arguments";
+    EXPECT_EQ("'gPppoeplusTestForward' is a variable and takes no arguments\n", reply.output);
 
     // A malformed shell request.
     int32_t rc = 0;
@@ -424,6 +474,149 @@ TEST_F(ServicesTest, ShellRefusesNamesOutsideTheProcessesOwn) {
     auto f = rawExchange(server_->shell, cmdp::shellRequestEncode(many, 1), false, &rc);
     ASSERT_EQ(0, rc);
     EXPECT_EQ(cmdp::ERR_MALFORMED, errorOf(f));
+}
+
+TEST_F(ServicesTest, ShellRefusesWrongArgumentCountsAndKinds) {
+    struct Refused {
+        const char* name;
+        std::vector<int64_t> args;
+        int32_t status;
+        std::string why;
+    };
+    const Refused refused[] = {
+        {"pppoeplusLtEcho", {}, cmdp::ERR_DENIED, "'pppoeplusLtEcho' takes 2 arguments, not 0: pppoeplusLtEcho(i32 a, i32 b)\n"},
+        {"pppoeplusLtEcho", {1}, cmdp::ERR_DENIED, "'pppoeplusLtEcho' takes 2 arguments, not 1: pppoeplusLtEcho(i32 a, i32 b)\n"},
+        {"pppoeplusLtEcho", {1, 2, 3}, cmdp::ERR_DENIED, "'pppoeplusLtEcho' takes 2 arguments, not 3: pppoeplusLtEcho(i32 a, i32 b)\n"},
+        {"pppoeplusLtNone", {0}, cmdp::ERR_DENIED, "'pppoeplusLtNone' takes 0 arguments, not 1: pppoeplusLtNone()\n"},
+        {"pppoeplusLtLoud", {1, 2}, cmdp::ERR_DENIED, "'pppoeplusLtLoud' takes 1 argument, not 2: pppoeplusLtLoud(u32 n)\n"},
+        {"pppoeplusLtEcho", {2147483648LL, 0}, cmdp::ERR_DENIED,
+         "'pppoeplusLtEcho': argument 1 (a) must be a number from -2147483648 to 2147483647, not 2147483648\n"},
+        {"pppoeplusLtEcho", {0, -2147483649LL}, cmdp::ERR_DENIED,
+         "'pppoeplusLtEcho': argument 2 (b) must be a number from -2147483648 to 2147483647, not -2147483649\n"},
+        {"pppoeplusLtLoud", {-1}, cmdp::ERR_DENIED,
+         "'pppoeplusLtLoud': argument 1 (n) must be a number from 0 to 4294967295, not -1\n"},
+        {"pppoeplusLtLoud", {4294967296LL}, cmdp::ERR_DENIED,
+         "'pppoeplusLtLoud': argument 1 (n) must be a number from 0 to 4294967295, not 4294967296\n"},
+        // An address where a number belongs.
+        {"pppoeplusLtLoud", {0x7ffd12345678LL}, cmdp::ERR_DENIED,
+         "'pppoeplusLtLoud': argument 1 (n) must be a number from 0 to 4294967295, not 140724908873336\n"},
+        {"pppoeplusLtArgs", {0, 0, 0, 0}, cmdp::ERR_DENIED,
+         "'pppoeplusLtArgs': argument 3 (ifUnit) must be an interface unit, not 0\n"},
+        {"pppoeplusLtArgs", {0, 0, -1, 0}, cmdp::ERR_DENIED,
+         "'pppoeplusLtArgs': argument 3 (ifUnit) must be an interface unit, not -1\n"},
+        {"pppoeplusLtArgs", {0, 0, 0x100000001LL, 0}, cmdp::ERR_DENIED,
+         "'pppoeplusLtArgs': argument 3 (ifUnit) must be an interface unit, not 4294967297\n"},
+        {"pppoeplusLtArgs", {0, 0, NO_UNIT, 0}, cmdp::ERR_NOT_FOUND,
+         "'pppoeplusLtArgs': argument 3 (ifUnit): no interface has unit 2147483632\n"},
+        {"pppoeplusLtArgs", {0, 0, 1, -1}, cmdp::ERR_DENIED,
+         "'pppoeplusLtArgs': argument 4 (v) must be a number from 0 to 4294967295, not -1\n"},
+    };
+    for (const Refused& r : refused) {
+        cmdp::ShellReply reply = shell(r.name, r.args);
+        EXPECT_EQ(r.status, reply.status) << r.why;
+        EXPECT_EQ(r.why, reply.output);
+        EXPECT_EQ(0, reply.result) << r.why;
+    }
+    // Nothing was called, and the shell goes on serving.
+    cmdp::ShellReply reply = shell("pppoeplusLtEcho", {1, 2});
+    EXPECT_EQ(0, reply.status);
+    EXPECT_EQ("echo 1 2\r\n", reply.output);
+}
+
+// A process that registered no shell table: the shell calls nothing.
+class ServicesNoShellTableTest : public ServicesTest {
+  protected:
+    void shellSetup() override {}
+};
+
+TEST_F(ServicesNoShellTableTest, ShellRefusesEveryCall) {
+    for (const char* name : {"pppoeplusLtEcho", "pppoeplusLtHidden", "pppoeplusShow"}) {
+        cmdp::ShellReply reply = shell(name);
+        EXPECT_EQ(cmdp::ERR_DENIED, reply.status) << name;
+        EXPECT_EQ("'" + std::string(name) +
+                      "' refused: the process registered no diagnostic functions with its shell\n",
+                  reply.output);
+    }
+    EXPECT_EQ(cmdp::ERR_DENIED, shell("pppoeplusLtEcho", {1, 2}).status);
+    // The test variables may still be read.
+    EXPECT_EQ(0, shell("gPppoeplusTestForward").status);
+}
+
+// A bad table after a good one: the bad one is refused and the good one stays.
+class ServicesBadShellTableTest : public ServicesTest {
+  protected:
+    void shellSetup() override {
+        static const tProcShellFunc bad[2] = {
+            {"pppoeplusLtNone", ltNone, 0, {}, {}},
+            {"pppoeplusLtEcho", ltEcho, 2, {PROC_SHELL_ARG_I32, 9}, {"a", "b"}},
+        };
+        if (procShellFuncInit(SHELL_FUNCS, 1) != 0) std::_Exit(3);
+        if (procShellFuncInit(bad, 2) != ZEL_ERR_INVALID_ARG) std::_Exit(4);
+    }
+};
+
+TEST_F(ServicesBadShellTableTest, ARefusedTableChangesNothing) {
+    EXPECT_EQ("echo 1 2\r\n", shell("pppoeplusLtEcho", {1, 2}).output);
+    EXPECT_EQ(cmdp::ERR_DENIED, shell("pppoeplusLtNone").status);
+}
+
+// Whether procShellFuncInit refuses `rows` rows of `funcs`.
+bool tableRefused(const tProcShellFunc* funcs, uint32_t rows) {
+    return procShellFuncInit(funcs, rows) == ZEL_ERR_INVALID_ARG;
+}
+
+// Registers bad tables, then good ones; says on standard error which bad one
+// was taken or which good one refused, and returns how many.
+int registerTables() {
+    const tProcShellFunc good = SHELL_FUNCS[0];
+    auto with = [&good](auto change) {
+        tProcShellFunc row = good;
+        change(row);
+        return row;
+    };
+    const std::string tooLong(64, 'f');
+    const tProcShellFunc badRows[] = {
+        with([](tProcShellFunc& r) { r.name = nullptr; }),
+        with([](tProcShellFunc& r) { r.name = ""; }),
+        with([](tProcShellFunc& r) { r.name = "pppoeplus Echo"; }),
+        with([&tooLong](tProcShellFunc& r) { r.name = tooLong.c_str(); }),
+        with([](tProcShellFunc& r) { r.name = "gTestOnuInfo"; }),
+        with([](tProcShellFunc& r) { r.entry = nullptr; }),
+        with([](tProcShellFunc& r) { r.argCount = PROC_SHELL_MAX_ARGS + 1; }),
+        with([](tProcShellFunc& r) { r.argKinds[1] = 0; }),
+        with([](tProcShellFunc& r) { r.argKinds[0] = 4; }),
+        with([](tProcShellFunc& r) { r.argNames[1] = nullptr; }),
+        with([](tProcShellFunc& r) { r.argNames[0] = "a b"; }),
+    };
+    int failures = 0;
+    auto expect = [&failures](bool ok, const std::string& what) {
+        if (!ok) {
+            std::fprintf(stderr, "wrong answer: %s\n", what.c_str());
+            failures++;
+        }
+    };
+    for (size_t i = 0; i < std::size(badRows); i++) {
+        const tProcShellFunc rows[2] = {SHELL_FUNCS[1], badRows[i]};
+        expect(tableRefused(rows, 2), "bad row " + std::to_string(i) + " taken");
+    }
+    const tProcShellFunc twice[2] = {good, good};
+    expect(tableRefused(twice, 2), "a name twice taken");
+    expect(tableRefused(nullptr, 1), "no table taken");
+    expect(tableRefused(SHELL_FUNCS, 0), "no rows taken");
+    // As many rows as a table may have, with names of their own, and one more.
+    std::vector<std::string> names;
+    for (uint32_t i = 0; i <= PROC_SHELL_MAX_FUNCS; i++) names.push_back("f" + std::to_string(i));
+    std::vector<tProcShellFunc> many(PROC_SHELL_MAX_FUNCS + 1, good);
+    for (size_t i = 0; i < many.size(); i++) many[i].name = names[i].c_str();
+    expect(tableRefused(many.data(), PROC_SHELL_MAX_FUNCS + 1), "too many rows taken");
+    expect(procShellFuncInit(many.data(), PROC_SHELL_MAX_FUNCS) == 0, "a full table refused");
+    expect(procShellFuncInit(SHELL_FUNCS, 4) == 0, "the good table refused");
+    return failures;
+}
+
+// Registering changes the process's shell, so it runs in a child of its own.
+TEST(ShellTableTest, BadTablesAreRefused) {
+    EXPECT_EXIT(std::exit(registerTables()), ::testing::ExitedWithCode(0), "^$");
 }
 
 // Connects as user and group 65534 and says what came of it: "refused" when

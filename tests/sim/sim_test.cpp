@@ -271,11 +271,15 @@ TEST_F(SimPlatformTest, LogsAreCapturedWithTheirMarkers) {
 
 TEST_F(SimPlatformTest, ServicesAreRecorded) {
     static const tIcmFuncMap map[1] = {{0, nullptr}};
+    static const tProcShellFunc funcs[1] = {{"f", [](const int64_t*) { return 0; }, 0, {}, {}}};
+    EXPECT_EQ(0, procShellFuncInit(funcs, 1));
     EXPECT_EQ(0, procShellInit("p", 0, 0));
     EXPECT_EQ(0, icmProcTcpInit("svc", "/tmp/x.socket", map, 1));
     patchSignalHandler();
     silCatchSegFault();
     EXPECT_EQ("p", sim::g.shellName);
+    EXPECT_EQ(funcs, sim::g.shellFuncs);
+    EXPECT_EQ(1u, sim::g.shellFuncRows);
     EXPECT_EQ("svc", sim::g.cmdService);
     EXPECT_EQ(map, sim::g.cmdMap);
     EXPECT_TRUE(sim::g.signalsPatched);

@@ -706,7 +706,8 @@ TEST_F(SystemTest, TheAgentIsSwitchedOffAndOnResetAndInspectedThroughTheTool) {
         {{"set", "circuit-id-type", "3"}, "ZEL_EINVAL (22)"},
         {{"set", "remote-id-format", std::string(300, 'r')}, "ZEL_ERR_TOO_LONG (0x3E8000D)"},
         {{"shell", "system"}, "ERR_DENIED (0x3E80030)"},
-        {{"shell", "pppoeplusNoSuchThing"}, "ERR_NOT_FOUND (0x3E80002)"},
+        {{"shell", "pppoeplusNoSuchThing"}, "ERR_DENIED (0x3E80030)"},
+        {{"shell", "pppoeplusIfEntryShow", "0x7ffd12345678"}, "ERR_DENIED (0x3E80030)"},
     };
     for (const Refusal& f : refusals) {
         Result r = lab.ctl(f.args);

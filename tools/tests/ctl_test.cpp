@@ -741,6 +741,46 @@ TEST_F(CtlTest, AShellRefusalOrANonZeroReturnIsAFailure) {
     EXPECT_EQ("gPppoeplusTestForward = 1 (0x00000001)\n", r.out);
 }
 
+TEST_F(CtlTest, ShellAloneListsTheFunctions) {
+    Outcome r = run({"shell"});
+    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_EQ(ctl::helpText("shell"), r.out);
+    EXPECT_TRUE(has(r.out, "pppoeplusIfEntryShow IF")) << r.out;
+    EXPECT_TRUE(daemon_.shells.empty()) << "nothing is asked of the daemon";
+}
+
+TEST_F(CtlTest, AShellRefusalSaysWhyAndWhatMayBeCalled) {
+    const std::string list =
+        "callable functions (an interface is given by its unit):\n"
+        "  pppoeplusShow()\n"
+        "  pppoeplusIfEntryShow(interface ifUnit)\n"
+        "variables, read only: gPppoeplusTestForward gTestOnuInfo\n";
+    daemon_.onShell = [&list](const cmdp::ShellRequest& q, cmdp::ShellReply& r) {
+        r.status = cmdp::ERR_DENIED;
+        if (q.name == "pppoeplusIfEntryAdd")
+            r.output = "'pppoeplusIfEntryAdd' is not a diagnostic function of this process\n" + list;
+        else
+            r.output = "'pppoeplusShow' takes 0 arguments, not 1: pppoeplusShow()\n";
+    };
+    Outcome r = run({"shell", "pppoeplusIfEntryAdd", "0x10"});
+    EXPECT_EQ(ctl::EXIT_RESULT, r.status);
+    EXPECT_EQ("pppoeplusctl: shell pppoeplusIfEntryAdd: ERR_DENIED (0x3E80030): not allowed (a peer without the "
+              "right, or a shell call the process does not offer) ('pppoeplusIfEntryAdd' is not a diagnostic "
+              "function of this process)\n" +
+                  list,
+              r.err);
+    r = run({"shell", "pppoeplusShow", "1"});
+    EXPECT_EQ(ctl::EXIT_RESULT, r.status);
+    EXPECT_TRUE(has(r.err, "ERR_DENIED (0x3E80030)")) << r.err;
+    EXPECT_TRUE(has(r.err, "('pppoeplusShow' takes 0 arguments, not 1: pppoeplusShow())\n")) << r.err;
+    r = run({"--json", "shell", "pppoeplusIfEntryAdd"});
+    EXPECT_EQ(ctl::EXIT_RESULT, r.status);
+    EXPECT_TRUE(has(r.out, "\"callable\":\"callable functions (an interface is given by its unit):\\n  "
+                           "pppoeplusShow()\\n"))
+        << r.out;
+    EXPECT_TRUE(has(r.out, "\"resultName\":\"ERR_DENIED\"")) << r.out;
+}
+
 TEST_F(CtlTest, EventsResetAPortOrProtocols) {
     Outcome r = run({"event", "reset-port", "p1"});
     EXPECT_EQ(0, r.status) << r.err;
