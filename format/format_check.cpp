@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <limits>
 
-#include "core/log.h"
+#include "agent/log.h"
 
 namespace {
 

@@ -16,7 +16,7 @@
 #include <span>
 #include <string_view>
 
-#include "core/log.h"
+#include "agent/log.h"
 #include "format/format_check.h"
 
 namespace {

@@ -4,8 +4,9 @@
 
 #include <cstring>
 
-#include "core/global.h"
-#include "core/log.h"
+#include "agent/global.h"
+#include "agent/log.h"
+#include "format/keywords.h"
 #include "iftable/trust_list.h"
 #include "platform/ifdb.h"
 #include "platform/os.h"

@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "format/keywords.h"
-#include "iftable/list.h"
+#include "base/format_record.h"
+#include "base/list.h"
 #include "platform/avl.h"
 #include "platform/ifdb.h"
 

@@ -5,9 +5,9 @@
 
 #include <cstring>
 
-#include "core/global.h"
-#include "core/log.h"
-#include "core/main_loop.h"
+#include "agent/global.h"
+#include "agent/lock.h"
+#include "agent/log.h"
 #include "format/default_formats.h"
 #include "iftable/if_entry.h"
 #include "iftable/trust_list.h"

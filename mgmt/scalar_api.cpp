@@ -6,11 +6,11 @@
 
 #include <cstring>
 
-#include "core/enable.h"
-#include "core/global.h"
-#include "core/log.h"
-#include "core/main_loop.h"
+#include "agent/global.h"
+#include "agent/lock.h"
+#include "agent/log.h"
 #include "format/default_formats.h"
+#include "mgmt/enable.h"
 #include "mgmt/mgmt_common.h"
 #include "platform/hwil.h"
 #include "platform/types.h"

@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "core/global.h"
-#include "core/log.h"
+#include "agent/global.h"
+#include "agent/log.h"
 #include "iftable/trust_list.h"
 #include "packet/pkt_log.h"
 #include "packet/vendor_tag.h"

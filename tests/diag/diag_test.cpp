@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "core/global.h"
+#include "agent/global.h"
 #include "diag/diag.h"
 #include "format/format_simplify.h"
 #include "format/keywords.h"

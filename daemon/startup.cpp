@@ -1,13 +1,13 @@
 // Start-up: options, the global record, sockets, command service, worker task.
-#include "core/startup.h"
+#include "daemon/startup.h"
 
 #include <climits>
 #include <cstring>
 
-#include "core/global.h"
-#include "core/log.h"
-#include "core/main_loop.h"
-#include "core/route_socket.h"
+#include "agent/global.h"
+#include "agent/log.h"
+#include "daemon/main_loop.h"
+#include "daemon/route_socket.h"
 #include "format/default_formats.h"
 #include "format/keywords.h"
 #include "iftable/if_entry.h"

@@ -5,13 +5,13 @@
 // before it is made, and every keyword value is rendered into a scratch area
 // of its own with an explicit length, so that no format text, stored or not
 // checked, can make the builder read or write outside its buffers.
-#include "format/format_build.h"
+#include "packet/id_build.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "core/global.h"
-#include "core/log.h"
+#include "agent/global.h"
+#include "agent/log.h"
 #include "platform/ifdb.h"
 #include "platform/types.h"
 

@@ -2,8 +2,9 @@
 #include <string>
 #include <vector>
 
-#include "core/global.h"
-#include "core/main_loop.h"
+#include "agent/global.h"
+#include "agent/lock.h"
+#include "daemon/main_loop.h"
 #include "platform/types.h"
 #include "support/fixture.h"
 
