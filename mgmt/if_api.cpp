@@ -229,56 +229,48 @@ int32_t _pppoeplusIfSetApi(uint32_t ifUnit, uint32_t code, void* value, uint32_t
     tPppoeplusSyncCtrl ctrl;
     pppoeplusSyncCtrlInit(&ctrl, mode | PPPOEPLUS_SYNC_MODE_IF, PPPOEPLUS_SYNC_KEY_LEN_IF);
 
-    PPPOEPLUS_EVENT_LOG("Set interface parameter: cmd %d.\r\n", static_cast<int>(code));
-    if (value == nullptr) return ZEL_ERR_NULL_POINTER;
+    return pppoeplusMgmtSet("interface", code, value, [&]() -> tPppoeplusMgmtOutcome {
+        tPppoePlusIfEntry* entry = pppoeplusIfEntryGet(ifUnit);
+        // Only the enable command may find no entry: it is the one that
+        // creates entries.
+        if (entry == nullptr && code != PPPOEPLUS_IF_ENABLE) return {ZEL_ERR_NOT_FOUND, false};
 
-    pppoeplusLock();
-    tPppoePlusIfEntry* entry = pppoeplusIfEntryGet(ifUnit);
-    // Only the enable command may find no entry: it is the one that creates
-    // entries.
-    if (entry == nullptr && code != PPPOEPLUS_IF_ENABLE) {
-        pppoeplusUnlock();
-        return ZEL_ERR_NOT_FOUND;
-    }
-
-    auto* u32Value = static_cast<uint32_t*>(value);
-    int32_t rc = 0;
-    switch (code) {
-        case PPPOEPLUS_IF_TRUST:
-            rc = pppoeplusIfTrustSet(ifUnit, entry, u32Value, &ctrl);
-            break;
-        case PPPOEPLUS_IF_ENABLE:
-            rc = pppoeplusIfEnableSet(ifUnit, entry, u32Value, &ctrl);
-            break;
-        case PPPOEPLUS_IF_POLICY:
-            rc = pppoeplusIfHwilSync(ifUnit, code, value, &ctrl);
-            if (rc == 0) pppoeplusIfPolicySet(entry, *u32Value);  // low 2 bits
-            break;
-        case PPPOEPLUS_IF_IGNORE_PKT:
-            rc = pppoeplusIfHwilSync(ifUnit, code, value, &ctrl);
-            if (rc == 0) pppoeplusIfIgnorePktSet(entry, *u32Value);  // low 2 bits
-            break;
-        case PPPOEPLUS_IF_CIRCUITID_TYPE:
-        case PPPOEPLUS_IF_REMOTEID_TYPE:
-            rc = pppoeplusIfTypeSet(ifUnit, entry, code, u32Value, &ctrl);
-            break;
-        case PPPOEPLUS_IF_CIRCUITID_FORMAT:
-        case PPPOEPLUS_IF_REMOTEID_FORMAT:
-            rc = pppoeplusIfFormatSet(ifUnit, entry, code, static_cast<const tPppoeplusStrValue*>(value), &ctrl);
-            break;
-        case PPPOEPLUS_IF_STAT_CLEAR:
-            // Local counters only: nothing to forward.
-            pppoeplusIfEntryCountersClear(entry);
-            break;
-        default:
-            // 0, the counters (9 to 16) and everything from 18 on.
-            rc = ZEL_ERR_UNSUPPORTED;
-            break;
-    }
-
-    PPPOEPLUS_EVENT_LOG("Set interface parameter end: return %d.\r\n", static_cast<int>(rc));
-    pppoeplusUnlock();
-    return rc;
+        auto* u32Value = static_cast<uint32_t*>(value);
+        int32_t rc = 0;
+        switch (code) {
+            case PPPOEPLUS_IF_TRUST:
+                rc = pppoeplusIfTrustSet(ifUnit, entry, u32Value, &ctrl);
+                break;
+            case PPPOEPLUS_IF_ENABLE:
+                rc = pppoeplusIfEnableSet(ifUnit, entry, u32Value, &ctrl);
+                break;
+            case PPPOEPLUS_IF_POLICY:
+                rc = pppoeplusIfHwilSync(ifUnit, code, value, &ctrl);
+                if (rc == 0) pppoeplusIfPolicySet(entry, *u32Value);  // low 2 bits
+                break;
+            case PPPOEPLUS_IF_IGNORE_PKT:
+                rc = pppoeplusIfHwilSync(ifUnit, code, value, &ctrl);
+                if (rc == 0) pppoeplusIfIgnorePktSet(entry, *u32Value);  // low 2 bits
+                break;
+            case PPPOEPLUS_IF_CIRCUITID_TYPE:
+            case PPPOEPLUS_IF_REMOTEID_TYPE:
+                rc = pppoeplusIfTypeSet(ifUnit, entry, code, u32Value, &ctrl);
+                break;
+            case PPPOEPLUS_IF_CIRCUITID_FORMAT:
+            case PPPOEPLUS_IF_REMOTEID_FORMAT:
+                rc = pppoeplusIfFormatSet(ifUnit, entry, code, static_cast<const tPppoeplusStrValue*>(value), &ctrl);
+                break;
+            case PPPOEPLUS_IF_STAT_CLEAR:
+                // Local counters only: nothing to forward.
+                pppoeplusIfEntryCountersClear(entry);
+                break;
+            default:
+                // 0, the counters (9 to 16) and everything from 18 on.
+                rc = ZEL_ERR_UNSUPPORTED;
+                break;
+        }
+        return {rc, true};
+    });
 }
 
 int32_t pppoeplusIfGetApi(uint32_t ifUnit, uint32_t code, void* value) {
