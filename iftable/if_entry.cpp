@@ -243,6 +243,27 @@ int32_t pppoeplusIfEntryResetConfig(tPppoePlusIfEntry* entry) {
     return rc;
 }
 
+const tPppoeplusFormat* pppoeplusIfFormatApplied(const tPppoePlusIfEntry* entry, bool circuitId, uint32_t* type) {
+    if (circuitId) {
+        if (entry->circuitIdFormatType != PPPOEPLUS_FORMAT_TYPE_DEFAULT) {
+            *type = entry->circuitIdFormatType;
+            return &entry->circuitIdFormat;
+        }
+        if (pppoeplusOndTypeIsPon(entry->phyInfo.ondType)) {
+            *type = gPppoeplus.ponCircuitIdFormatType;
+            return &gPppoeplus.ponCircuitIdFormat;
+        }
+        *type = gPppoeplus.circuitIdFormatType;
+        return &gPppoeplus.circuitIdFormat;
+    }
+    if (entry->remoteIdFormatType != PPPOEPLUS_FORMAT_TYPE_DEFAULT) {
+        *type = entry->remoteIdFormatType;
+        return &entry->remoteIdFormat;
+    }
+    *type = gPppoeplus.remoteIdFormatType;
+    return &gPppoeplus.remoteIdFormat;
+}
+
 const char* pppoeplusOndTypeStr(uint32_t ondType) {
     switch (ondType) {
         case ZEL_OND_ETH:

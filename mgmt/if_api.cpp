@@ -166,22 +166,10 @@ int32_t pppoeplusIfFormatSet(uint32_t ifUnit, tPppoePlusIfEntry* entry, uint32_t
 }
 
 // The format that a get of the Circuit-ID (6) or Remote-ID (8) reads: the
-// entry's own when its type is not DEFAULT, else the global one (for the
-// Circuit-ID of a PON interface the global PON one).
+// one that applies to the entry.
 const tPppoeplusFormat* pppoeplusIfFormatOf(const tPppoePlusIfEntry* entry, uint32_t code) {
-    if (code == PPPOEPLUS_IF_CIRCUITID_FORMAT) {
-        if (entry->circuitIdFormatType != PPPOEPLUS_FORMAT_TYPE_DEFAULT) return &entry->circuitIdFormat;
-        switch (entry->phyInfo.ondType) {
-            case ZEL_OND_EPON:
-            case ZEL_OND_GPON:
-            case ZEL_OND_PON_AGG:
-                return &gPppoeplus.ponCircuitIdFormat;
-            default:
-                return &gPppoeplus.circuitIdFormat;
-        }
-    }
-    if (entry->remoteIdFormatType != PPPOEPLUS_FORMAT_TYPE_DEFAULT) return &entry->remoteIdFormat;
-    return &gPppoeplus.remoteIdFormat;
+    uint32_t type = 0;
+    return pppoeplusIfFormatApplied(entry, code == PPPOEPLUS_IF_CIRCUITID_FORMAT, &type);
 }
 
 }  // namespace

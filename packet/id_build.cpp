@@ -412,28 +412,9 @@ uint32_t pppoeplusBuildFormat(tPppoePlusIfEntry* ifEntry, const tPppoePlusPkt* p
     if (zelIndexTrans(ifEntry->ifUnit, ZEL_INDEX_TRANS_PHYINFO, &phyInfo) == 0) ifEntry->phyInfo = phyInfo;
     const tZelPhyInfo* portIndex = &ifEntry->phyInfo;
 
-    uint32_t formatType;
-    const tPppoeplusFormat* format;
-    if (which == PPPOEPLUS_BUILD_CIRCUIT_ID) {
-        if (ifEntry->circuitIdFormatType != PPPOEPLUS_FORMAT_TYPE_DEFAULT) {
-            formatType = ifEntry->circuitIdFormatType;
-            format = &ifEntry->circuitIdFormat;
-        } else if (pppoeplusOndTypeIsPon(portIndex->ondType)) {
-            formatType = gPppoeplus.ponCircuitIdFormatType;
-            format = &gPppoeplus.ponCircuitIdFormat;
-        } else {
-            formatType = gPppoeplus.circuitIdFormatType;
-            format = &gPppoeplus.circuitIdFormat;
-        }
-    } else {
-        if (ifEntry->remoteIdFormatType != PPPOEPLUS_FORMAT_TYPE_DEFAULT) {
-            formatType = ifEntry->remoteIdFormatType;
-            format = &ifEntry->remoteIdFormat;
-        } else {
-            formatType = gPppoeplus.remoteIdFormatType;
-            format = &gPppoeplus.remoteIdFormat;
-        }
-    }
+    uint32_t formatType = PPPOEPLUS_FORMAT_TYPE_DEFAULT;
+    const tPppoeplusFormat* format =
+        pppoeplusIfFormatApplied(ifEntry, which == PPPOEPLUS_BUILD_CIRCUIT_ID, &formatType);
 
     if (format->formatLen == 0) {
         PPPOEPLUS_ERROR_LOG("Format length is zero!\r\n");
