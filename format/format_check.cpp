@@ -45,6 +45,25 @@ uint32_t pppoeplusAsciiSegmentEnd(const char* text, uint32_t start, uint32_t len
     return length;
 }
 
+// The code of a '%' item read up to `end`: a character must follow the width
+// digits, and be a keyword character. False after the message when not.
+bool pppoeplusItemCodeCheck(const char* segment, uint32_t end, const tPppoeplusFormatItem& item) {
+    if (!pppoeplusFormatItemHasCode(item, end)) {
+        // A '%' or width digits at the end leave the item without a code.
+        if (item.digitsEnd == item.percent + 1) {
+            PPPOEPLUS_ERROR_LOG("Last character can't be percent.\r\n");
+        } else {
+            PPPOEPLUS_ERROR_LOG("There is no keyword after percent.\r\n");
+        }
+        return false;
+    }
+    if (pppoeplusKeywordCharCheck(segment[item.digitsEnd]) != 0) {
+        PPPOEPLUS_ERROR_LOG("Keyword after percent is invalid.\r\n");
+        return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 int32_t pppoeplusFormatCheck(const char* text, uint32_t length) {
@@ -108,22 +127,10 @@ int32_t pppoeplusAsciiFormatCheck(const char* segment, uint32_t length) {
             PPPOEPLUS_ERROR_LOG("Width is reverse.\r\n");
             return -1;
         }
-        // A '%' or width digits at the end leave the item without a code.
-        if (!pppoeplusFormatItemHasCode(item, inner)) {
-            if (item.digitsEnd == i + 1) {
-                PPPOEPLUS_ERROR_LOG("Last character can't be percent.\r\n");
-            } else {
-                PPPOEPLUS_ERROR_LOG("There is no keyword after percent.\r\n");
-            }
-            return -1;
-        }
-        // The code character; whether it names a keyword was settled when
-        // the text was simplified.
+        if (!pppoeplusItemCodeCheck(segment, inner, item)) return -1;
+        // Whether the code names a keyword was settled when the text was
+        // simplified.
         const uint32_t code = item.digitsEnd;
-        if (pppoeplusKeywordCharCheck(segment[code]) != 0) {
-            PPPOEPLUS_ERROR_LOG("Keyword after percent is invalid.\r\n");
-            return -1;
-        }
         if (item.width >= PPPOEPLUS_ASCII_WIDTH_LIMIT) {
             PPPOEPLUS_ERROR_LOG("Width is too long.\r\n");
             return -1;
@@ -207,18 +214,7 @@ int32_t pppoeplusHexFormatCheck(const char* segment, uint32_t length) {
                 PPPOEPLUS_ERROR_LOG("Width is more than 32bits.\r\n");
                 return -1;
             }
-            if (!pppoeplusFormatItemHasCode(item, length)) {
-                if (item.digitsEnd == i + 1) {
-                    PPPOEPLUS_ERROR_LOG("Last character can't be percent.\r\n");
-                } else {
-                    PPPOEPLUS_ERROR_LOG("There is no keyword after percent.\r\n");
-                }
-                return -1;
-            }
-            if (pppoeplusKeywordCharCheck(segment[item.digitsEnd]) != 0) {
-                PPPOEPLUS_ERROR_LOG("Keyword after percent is invalid.\r\n");
-                return -1;
-            }
+            if (!pppoeplusItemCodeCheck(segment, length, item)) return -1;
             // No delimiter is needed between hex items; the code is looked at
             // again as an ordinary character.
             if (item.width % 8u != 0) {
