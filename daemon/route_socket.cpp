@@ -106,8 +106,8 @@ static bool pppoeplusRtNewLink(const tPppoeplusRtMsg& msg) {
     int64_t remaining = static_cast<int64_t>(msg.len) - RT_OFF_ATTRS;
     uint32_t off = RT_OFF_ATTRS;
     while (remaining >= RT_ATTR_HDR_LEN) {
-        uint16_t attrLen = pppoeplusRtU16(msg, off);
-        uint16_t attrType = pppoeplusRtU16(msg, off + 2);
+        uint16_t attrLen = pppoeplusRtU16(msg, off + RT_ATTR_OFF_LEN);
+        uint16_t attrType = pppoeplusRtU16(msg, off + RT_ATTR_OFF_TYPE);
         if (attrLen < RT_ATTR_HDR_LEN || attrLen > remaining) return false;
         if (attrType == RT_ATTR_PHYJOINAGG) {
             PPPOEPLUS_ROUTE_LOG("Reveive IFLA_PHYJOINAGG message: ifindex %d.\r\n", static_cast<int32_t>(unit));
@@ -120,7 +120,7 @@ static bool pppoeplusRtNewLink(const tPppoeplusRtMsg& msg) {
             PPPOEPLUS_ROUTE_LOG("Reveive IFLA_PHYQUITAGG message: ifindex %d.\r\n", static_cast<int32_t>(unit));
             if (entry == nullptr && pppoeplusAllPortServed()) (void)pppoeplusIfEntryAdd(unit, ZEL_TRUE);
         }
-        uint32_t step = (attrLen + 3u) & ~3u;
+        uint32_t step = rtAlign(attrLen);
         off += step;
         remaining -= step;
     }
@@ -156,10 +156,10 @@ void pppoeplusRtMsgHandle(const uint8_t* buf, uint32_t count) {
     uint32_t off = 0;
     while (remaining >= RT_HDR_LEN) {
         tPppoeplusRtMsg msg{buf + off, static_cast<uint32_t>(remaining)};
-        uint32_t len = pppoeplusRtU32(msg, 0);
+        uint32_t len = pppoeplusRtU32(msg, RT_OFF_LEN);
         if (len < RT_HDR_LEN || len > remaining) return;
         msg.len = len;
-        uint16_t type = pppoeplusRtU16(msg, 4);
+        uint16_t type = pppoeplusRtU16(msg, RT_OFF_TYPE);
         PPPOEPLUS_ROUTE_LOG("Reveive a route message: type 0x%0x.\r\n", type);
 
         switch (type) {
@@ -189,7 +189,7 @@ void pppoeplusRtMsgHandle(const uint8_t* buf, uint32_t count) {
                 break;
         }
 
-        uint32_t step = (len + 3u) & ~3u;
+        uint32_t step = rtAlign(len);
         off += step;
         remaining -= step;
     }

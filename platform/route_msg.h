@@ -10,6 +10,9 @@
 
 // Header and fields.
 constexpr uint32_t RT_HDR_LEN = 24;
+constexpr uint32_t RT_OFF_LEN = 0;        // u32: the message's length, header included
+constexpr uint32_t RT_OFF_TYPE = 4;       // u16: the message type
+constexpr uint32_t RT_OFF_IFTYPE = 26;    // interface messages: u16 hardware type
 constexpr uint32_t RT_OFF_ERRNO = 24;     // RT_MSG_ERROR: error number
 constexpr uint32_t RT_OFF_IFINDEX = 28;   // interface messages: the interface unit
 constexpr uint32_t RT_OFF_IFFLAGS = 32;   // interface messages: the interface's flags
@@ -18,7 +21,13 @@ constexpr uint32_t RT_OFF_PROTOS = 36;    // RT_RESETPROTOCONFIG: protocol bit a
 constexpr uint32_t RT_OFF_MASTER = 40;    // interface messages: unit of the master, 0 for none
 constexpr uint32_t RT_OFF_ATTRS = 48;     // RT_NEWLINK, RT_DELLINK: attributes
 constexpr uint32_t RT_PROTO_BYTES = 52;   // bits for protocol ids 0 to 415, most significant first
-constexpr uint32_t RT_ATTR_HDR_LEN = 4;   // attribute: u16 length, u16 type
+constexpr uint32_t RT_ATTR_HDR_LEN = 4;   // attribute: u16 length (header included), u16 type
+constexpr uint32_t RT_ATTR_OFF_LEN = 0;
+constexpr uint32_t RT_ATTR_OFF_TYPE = 2;
+
+// Messages and attributes start on a multiple of 4 bytes: the room that one
+// of `len` bytes takes.
+constexpr uint32_t rtAlign(uint32_t len) { return (len + 3u) & ~3u; }
 
 // Message types.
 constexpr uint16_t RT_MSG_ERROR = 2;
