@@ -6,6 +6,7 @@
 // pppoeplusFormatItemScan and judge what it found by their own rules.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 // Character classes of format texts.
@@ -37,8 +38,26 @@ struct tPppoeplusFormatItem {
 };
 
 // Reads the item whose '%' is text[percent] (percent below `length`); never
-// reads at or past `length`.
-tPppoeplusFormatItem pppoeplusFormatItemScan(const char* text, uint32_t length, uint32_t percent);
+// reads at or past `length`. Inline: the builder reads items for every frame
+// forwarded, and each caller keeps only the fields it looks at.
+inline tPppoeplusFormatItem pppoeplusFormatItemScan(const char* text, uint32_t length, uint32_t percent) {
+    tPppoeplusFormatItem item{};
+    item.percent = percent;
+    uint32_t i = percent + 1;
+    item.zeroPad = i < length && text[i] == '0';
+    while (i < length && pppoeplusFormatIsDigit(text[i])) {
+        const uint32_t digit = static_cast<uint32_t>(text[i] - '0');
+        const uint32_t before = item.width;
+        item.width = item.width * 10u + digit;
+        if (item.width < before) item.widthWrapped = true;
+        item.widthCapped = std::min(item.widthCapped * 10u + digit, PPPOEPLUS_FORMAT_WIDTH_CAP);
+        i++;
+    }
+    item.digitsEnd = i;
+    while (i < length && pppoeplusFormatIsKeywordChar(text[i])) i++;
+    item.runEnd = i;
+    return item;
+}
 
 // True when the item has a character after its width digits (its code in the
 // stored form).
