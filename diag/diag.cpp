@@ -5,7 +5,7 @@
 #include <cstring>
 #include <initializer_list>
 
-#include "core/global.h"
+#include "agent/global.h"
 #include "format/default_formats.h"
 #include "format/format_simplify.h"
 #include "iftable/trust_list.h"

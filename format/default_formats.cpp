@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "core/global.h"
+#include "base/constants.h"
 
 static_assert(std::string_view(PPPOEPLUS_SWITCH_FORMAT_COMMON_CIRCUITID).size() == 10);
 static_assert(std::string_view(PPPOEPLUS_SWITCH_FORMAT_ORIG_COMMON_CIRCUITID).size() == 25);

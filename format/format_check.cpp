@@ -10,7 +10,8 @@
 #include <cstdint>
 #include <limits>
 
-#include "core/log.h"
+#include "agent/log.h"
+#include "format/format_scan.h"
 
 namespace {
 
@@ -20,17 +21,10 @@ constexpr uint32_t PPPOEPLUS_ASCII_WIDTH_LIMIT = 256;
 constexpr uint64_t PPPOEPLUS_ASCII_TOTAL_LIMIT = 256;
 // Widths of the hex form are counted in bits; a value takes at most 4 bytes.
 constexpr uint32_t PPPOEPLUS_HEX_WIDTH_MAX = 32;
-constexpr uint32_t PPPOEPLUS_HEX_WIDTH_LIMIT = 256;
 constexpr uint64_t PPPOEPLUS_HEX_TOTAL_LIMIT = 256;
 constexpr uint64_t PPPOEPLUS_HEX_NUMBER_MAX = 0xFFFFFFFFull;
 
-constexpr bool pppoeplusIsDigit(char c) { return c >= '0' && c <= '9'; }
-
-constexpr uint32_t pppoeplusHexValue(char c) {
-    if (c >= '0' && c <= '9') return static_cast<uint32_t>(c - '0');
-    if (c >= 'a' && c <= 'f') return static_cast<uint32_t>(c - 'a' + 10);
-    return static_cast<uint32_t>(c - 'A' + 10);
-}
+constexpr bool pppoeplusIsDigit(char c) { return pppoeplusFormatIsDigit(c); }
 
 // Finds the closing quote of the ASCII segment opened at text[start]; a
 // backslash carries the character after it. Returns the index of the closing
@@ -49,6 +43,25 @@ uint32_t pppoeplusAsciiSegmentEnd(const char* text, uint32_t start, uint32_t len
         j++;
     }
     return length;
+}
+
+// The code of a '%' item read up to `end`: a character must follow the width
+// digits, and be a keyword character. False after the message when not.
+bool pppoeplusItemCodeCheck(const char* segment, uint32_t end, const tPppoeplusFormatItem& item) {
+    if (!pppoeplusFormatItemHasCode(item, end)) {
+        // A '%' or width digits at the end leave the item without a code.
+        if (item.digitsEnd == item.percent + 1) {
+            PPPOEPLUS_ERROR_LOG("Last character can't be percent.\r\n");
+        } else {
+            PPPOEPLUS_ERROR_LOG("There is no keyword after percent.\r\n");
+        }
+        return false;
+    }
+    if (pppoeplusKeywordCharCheck(segment[item.digitsEnd]) != 0) {
+        PPPOEPLUS_ERROR_LOG("Keyword after percent is invalid.\r\n");
+        return false;
+    }
+    return true;
 }
 
 }  // namespace
@@ -103,58 +116,32 @@ int32_t pppoeplusAsciiFormatCheck(const char* segment, uint32_t length) {
 
     // The inner characters lie between the quotes: 1 .. last.
     const uint32_t last = length - 2;
-    uint32_t width = 0;  // width being read (u32; a wrap shows as a smaller value)
+    const uint32_t inner = last + 1;  // items are read up to the closing quote
     uint64_t total = 0;  // sum of the widths
-    bool inKeyword = false;
 
     for (uint32_t i = 1; i <= last; i++) {
-        char c = segment[i];
-        if (!inKeyword && c != '%') continue;  // literal text
+        if (segment[i] != '%') continue;  // literal text
 
-        // A '%' or width digits at the end leave the item without a code.
-        // Inside a keyword the current character is always a width digit.
-        if (i == last) {
-            if (!inKeyword) {
-                PPPOEPLUS_ERROR_LOG("Last character can't be percent.\r\n");
-            } else if (pppoeplusIsDigit(c)) {
-                PPPOEPLUS_ERROR_LOG("There is no keyword after percent.\r\n");
-            } else {
-                PPPOEPLUS_ERROR_LOG("Keyword after percent is invalid.\r\n");
-            }
+        const tPppoeplusFormatItem item = pppoeplusFormatItemScan(segment, inner, i);
+        if (item.widthWrapped) {
+            PPPOEPLUS_ERROR_LOG("Width is reverse.\r\n");
             return -1;
         }
-
-        char next = segment[i + 1];
-        if (pppoeplusKeywordCharCheck(next) != 0) {
-            PPPOEPLUS_ERROR_LOG("Keyword after percent is invalid.\r\n");
-            return -1;
-        }
-        if (pppoeplusIsDigit(next)) {
-            uint32_t before = width;
-            width = width * 10u + static_cast<uint32_t>(next - '0');
-            if (width < before) {
-                PPPOEPLUS_ERROR_LOG("Width is reverse.\r\n");
-                return -1;
-            }
-            inKeyword = true;
-            continue;
-        }
-
-        // `next` is the code letter; whether it names a keyword was settled
-        // when the text was simplified.
-        if (width >= PPPOEPLUS_ASCII_WIDTH_LIMIT) {
+        if (!pppoeplusItemCodeCheck(segment, inner, item)) return -1;
+        // Whether the code names a keyword was settled when the text was
+        // simplified.
+        const uint32_t code = item.digitsEnd;
+        if (item.width >= PPPOEPLUS_ASCII_WIDTH_LIMIT) {
             PPPOEPLUS_ERROR_LOG("Width is too long.\r\n");
             return -1;
         }
-        total += width;
-        if (i + 1 == last) break;
-        if (pppoeplusDelimiterCheck(segment[i + 2]) != 0) {
+        total += item.width;
+        if (code == last) break;
+        if (pppoeplusDelimiterCheck(segment[code + 1]) != 0) {
             PPPOEPLUS_ERROR_LOG("Delimeter between keywords is invalid.\r\n");
             return -1;
         }
-        width = 0;
-        inKeyword = false;
-        // The code letter is read again as literal text on the next turn.
+        i = code;  // the code is read again as literal text, then the walk goes on
     }
 
     if (total >= PPPOEPLUS_ASCII_TOTAL_LIMIT) {
@@ -167,17 +154,15 @@ int32_t pppoeplusAsciiFormatCheck(const char* segment, uint32_t length) {
 int32_t pppoeplusHexFormatCheck(const char* segment, uint32_t length) {
     if (segment == nullptr) return -1;
 
-    uint32_t width = 0;     // width in bits being read
     uint64_t bytes = 0;     // bytes the keywords take
     uint64_t running = 0;   // value of the last number read; 0 after a reset
     uint64_t hexValue = 0;  // value of the open hex number (saturating)
-    bool inKeyword = false;
     bool inHex = false;
 
     for (uint32_t i = 0; i < length; i++) {
         char c = segment[i];
 
-        if (!inKeyword && !inHex) {
+        if (!inHex) {
             // "0x" opens a hex number; the "0" must start the segment or
             // follow a space. This also catches a "%0x" item: its width "0"
             // and code "x" read as the start of a number.
@@ -219,86 +204,55 @@ int32_t pppoeplusHexFormatCheck(const char* segment, uint32_t length) {
                 continue;
             }
             if (c != '%') continue;  // anything else passes without comment
-        }
 
-        // Here c is a '%', a width digit of an open keyword or a character
-        // of an open hex number.
-        if (i == length - 1) {
-            if (inHex) {
-                if (c == 'x') {
-                    PPPOEPLUS_ERROR_LOG("Last 2 character can't be 0x.\r\n");
-                    return -1;
-                }
-                if (pppoeplusHexCharCheck(c) != 0) {
-                    PPPOEPLUS_ERROR_LOG("Number after 0x is invalid.\r\n");
-                    return -1;
-                }
-                running = hexValue;  // the number ends with the segment
-                inHex = false;
-                break;
-            }
-            if (inKeyword) {
-                if (pppoeplusIsDigit(c)) {
-                    PPPOEPLUS_ERROR_LOG("There is no keyword after percent.\r\n");
-                } else {
-                    PPPOEPLUS_ERROR_LOG("Keyword after percent is invalid.\r\n");
-                }
+            // A '%' item. Its width digits are judged one by one as they are
+            // read, so a width above 32 bits is named before anything that
+            // follows it.
+            running = 0;
+            const tPppoeplusFormatItem item = pppoeplusFormatItemScan(segment, length, i);
+            if (item.widthCapped > PPPOEPLUS_HEX_WIDTH_MAX) {
+                PPPOEPLUS_ERROR_LOG("Width is more than 32bits.\r\n");
                 return -1;
             }
-            PPPOEPLUS_ERROR_LOG("Last character can't be percent.\r\n");
-            return -1;
+            if (!pppoeplusItemCodeCheck(segment, length, item)) return -1;
+            // No delimiter is needed between hex items; the code is looked at
+            // again as an ordinary character.
+            if (item.width % 8u != 0) {
+                PPPOEPLUS_ERROR_LOG("Width:%u is not multiples of 8.\r\n", item.width);
+                return -1;
+            }
+            bytes += (item.width + 7u) / 8u;
+            i = item.digitsEnd - 1;
+            continue;
         }
 
-        char next = segment[i + 1];
-
-        if (inHex) {
+        // A character of an open hex number.
+        if (i == length - 1) {
+            if (c == 'x') {
+                PPPOEPLUS_ERROR_LOG("Last 2 character can't be 0x.\r\n");
+                return -1;
+            }
             if (pppoeplusHexCharCheck(c) != 0) {
                 PPPOEPLUS_ERROR_LOG("Number after 0x is invalid.\r\n");
                 return -1;
             }
-            hexValue = hexValue > (std::numeric_limits<uint64_t>::max() >> 4)
-                           ? std::numeric_limits<uint64_t>::max()
-                           : (hexValue << 4) | pppoeplusHexValue(c);
-            if (next == '%' || next == ' ' || next == '\0') {
-                running = hexValue;
-                inHex = false;
-            }
-            continue;
+            running = hexValue;  // the number ends with the segment
+            inHex = false;
+            break;
         }
 
-        if (!inKeyword) running = 0;  // a '%' item is entered
-        if (pppoeplusKeywordCharCheck(next) != 0) {
-            PPPOEPLUS_ERROR_LOG("Keyword after percent is invalid.\r\n");
+        char next = segment[i + 1];
+        if (pppoeplusHexCharCheck(c) != 0) {
+            PPPOEPLUS_ERROR_LOG("Number after 0x is invalid.\r\n");
             return -1;
         }
-        if (pppoeplusIsDigit(next)) {
-            uint32_t before = width;
-            width = width * 10u + static_cast<uint32_t>(next - '0');
-            if (width < before) {
-                PPPOEPLUS_ERROR_LOG("Width is reverse.\r\n");
-                return -1;
-            }
-            if (width > PPPOEPLUS_HEX_WIDTH_MAX) {
-                PPPOEPLUS_ERROR_LOG("Width is more than 32bits.\r\n");
-                return -1;
-            }
-            inKeyword = true;
-            continue;
+        hexValue = hexValue > (std::numeric_limits<uint64_t>::max() >> 4)
+                       ? std::numeric_limits<uint64_t>::max()
+                       : (hexValue << 4) | static_cast<uint64_t>(pppoeplusFormatHexValue(c));
+        if (next == '%' || next == ' ' || next == '\0') {
+            running = hexValue;
+            inHex = false;
         }
-
-        // `next` is the code letter. No delimiter is needed between hex
-        // items; the letter is looked at again as an ordinary character.
-        if (width >= PPPOEPLUS_HEX_WIDTH_LIMIT) {
-            PPPOEPLUS_ERROR_LOG("Width is too long.\r\n");
-            return -1;
-        }
-        if (width % 8u != 0) {
-            PPPOEPLUS_ERROR_LOG("Width:%u is not multiples of 8.\r\n", width);
-            return -1;
-        }
-        bytes += (width + 7u) / 8u;
-        width = 0;
-        inKeyword = false;
     }
 
     if (bytes >= PPPOEPLUS_HEX_TOTAL_LIMIT) {

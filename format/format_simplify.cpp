@@ -16,8 +16,9 @@
 #include <span>
 #include <string_view>
 
-#include "core/log.h"
+#include "agent/log.h"
 #include "format/format_check.h"
+#include "format/format_scan.h"
 
 namespace {
 
@@ -25,7 +26,7 @@ namespace {
 // refused in a hex segment.
 constexpr std::string_view PPPOEPLUS_HEX_REFUSED_CODES = "NdDUbGnh";
 
-constexpr bool pppoeplusIsDigit(char c) { return c >= '0' && c <= '9'; }
+constexpr bool pppoeplusIsDigit(char c) { return pppoeplusFormatIsDigit(c); }
 
 // A bounded output area.
 struct tPppoeplusSimplifyOut {
@@ -52,17 +53,19 @@ tPppoeplusSimplifyOut pppoeplusSimplifyOutMake(char* out, uint32_t room) {
 // Looks up the keyword run of a '%' item (width digits and name, without the
 // '%'). Returns the code, or -1 ("Keyword does not match anyone!" is logged by
 // the lookup).
-int32_t pppoeplusSimplifyItemCode(const tPppoeplusKeyword* keywords, std::span<const char> run) {
+int32_t pppoeplusSimplifyItemCode(const tPppoeplusKeyword* keywords, std::span<const char> seg,
+                                  const tPppoeplusFormatItem& item) {
+    const std::span<const char> run = seg.subspan(item.percent + 1, item.runEnd - item.percent - 1);
     int32_t code = pppoeplusKeywordToChar(keywords, run.data(), static_cast<uint32_t>(run.size()));
     return code < 1 ? -1 : code;
 }
 
-// Writes a '%' item in its short form: "%", the run's leading width digits
-// (a leading "0" kept), the code. False when it does not fit.
-bool pppoeplusSimplifyItemWrite(tPppoeplusSimplifyOut& out, std::span<const char> run, int32_t code) {
-    size_t digits = 0;
-    while (digits < run.size() && pppoeplusIsDigit(run[digits])) digits++;
-    return out.put('%') && out.put(run.first(digits)) && out.put(static_cast<char>(code));
+// Writes a '%' item in its short form: "%", its width digits (a leading "0"
+// kept), the code. False when it does not fit.
+bool pppoeplusSimplifyItemWrite(tPppoeplusSimplifyOut& out, std::span<const char> seg,
+                                const tPppoeplusFormatItem& item, int32_t code) {
+    const std::span<const char> digits = seg.subspan(item.percent + 1, item.digitsEnd - item.percent - 1);
+    return out.put('%') && out.put(digits) && out.put(static_cast<char>(code));
 }
 
 int32_t pppoeplusSimplifyAsciiFail() {
@@ -88,37 +91,24 @@ int32_t pppoeplusSimplifyAsciiFormat(const tPppoeplusKeyword* keywords, const ch
 
     const std::span<const char> seg(segment, length);
     tPppoeplusSimplifyOut w = pppoeplusSimplifyOutMake(out, room);
-    bool inKeyword = false;
-    uint32_t runStart = 0;  // first character after the item's '%'
 
     uint32_t i = 0;
     while (i < length) {
         char c = seg[i];
-        if (!inKeyword && c != '%') {
+        if (c != '%') {
             if (!w.put(c)) return pppoeplusSimplifyAsciiFail();
             i++;
             continue;
         }
 
-        // At a '%' or the last character read of an item: look at the next
-        // one. The end of the segment reads as a non-keyword character.
-        const bool hasNext = i + 1 < length;
-        const char next = hasNext ? seg[i + 1] : '\0';
-        if (hasNext && pppoeplusKeywordCharCheck(next) == 0) {
-            if (!inKeyword) runStart = i + 1;
-            inKeyword = true;
-            i++;
-            continue;
-        }
-
-        if (inKeyword) {
-            // The item ends; `next` is then read like any other character.
-            std::span<const char> run = seg.subspan(runStart, i + 1 - runStart);
-            int32_t code = pppoeplusSimplifyItemCode(keywords, run);
+        // A '%' item: the run of keyword characters after it is its width
+        // and name; the character after the run is then read like any other.
+        const tPppoeplusFormatItem item = pppoeplusFormatItemScan(segment, length, i);
+        if (item.runEnd > i + 1) {
+            int32_t code = pppoeplusSimplifyItemCode(keywords, seg, item);
             if (code < 1) return pppoeplusSimplifyAsciiFail();
-            if (!pppoeplusSimplifyItemWrite(w, run, code)) return pppoeplusSimplifyAsciiFail();
-            inKeyword = false;
-            i++;
+            if (!pppoeplusSimplifyItemWrite(w, seg, item, code)) return pppoeplusSimplifyAsciiFail();
+            i = item.runEnd;
             continue;
         }
 
@@ -128,7 +118,7 @@ int32_t pppoeplusSimplifyAsciiFormat(const tPppoeplusKeyword* keywords, const ch
         // checker refuses such a text later. A '%' ending the segment is
         // written alone.
         if (!w.put('%')) return pppoeplusSimplifyAsciiFail();
-        if (hasNext && !w.put(next)) return pppoeplusSimplifyAsciiFail();
+        if (i + 1 < length && !w.put(seg[i + 1])) return pppoeplusSimplifyAsciiFail();
         i++;
     }
 
@@ -143,33 +133,23 @@ int32_t pppoeplusSimplifyHexFormat(const tPppoeplusKeyword* keywords, const char
 
     const std::span<const char> seg(segment, length);
     tPppoeplusSimplifyOut w = pppoeplusSimplifyOutMake(out, room);
-    bool inKeyword = false;
     bool inHex = false;
-    uint32_t runStart = 0;  // first character after the item's '%', or after "0x"
+    uint32_t runStart = 0;  // first digit after "0x"
 
     uint32_t i = 0;
     while (i < length) {
         char c = seg[i];
 
-        if (inKeyword || (!inHex && c == '%')) {
-            const bool hasNext = i + 1 < length;
-            const char next = hasNext ? seg[i + 1] : '\0';
-            if (hasNext && pppoeplusKeywordCharCheck(next) == 0) {
-                if (!inKeyword) runStart = i + 1;
-                inKeyword = true;
-                i++;
-                continue;
-            }
+        if (!inHex && c == '%') {
+            const tPppoeplusFormatItem item = pppoeplusFormatItemScan(segment, length, i);
             // A '%' with no keyword character after it has no meaning here.
-            if (!inKeyword) return pppoeplusSimplifyHexFail();
-            std::span<const char> run = seg.subspan(runStart, i + 1 - runStart);
-            int32_t code = pppoeplusSimplifyItemCode(keywords, run);
+            if (item.runEnd == i + 1) return pppoeplusSimplifyHexFail();
+            int32_t code = pppoeplusSimplifyItemCode(keywords, seg, item);
             if (code < 1) return pppoeplusSimplifyHexFail();
             if (PPPOEPLUS_HEX_REFUSED_CODES.find(static_cast<char>(code)) != std::string_view::npos)
                 return pppoeplusSimplifyHexFail();
-            if (!pppoeplusSimplifyItemWrite(w, run, code)) return pppoeplusSimplifyHexFail();
-            inKeyword = false;
-            i++;
+            if (!pppoeplusSimplifyItemWrite(w, seg, item, code)) return pppoeplusSimplifyHexFail();
+            i = item.runEnd;
             continue;
         }
 

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "core/log.h"
+#include "agent/log.h"
 
 // Declared extern in the header, so this constexpr definition has external
 // linkage and can still be checked at compile time below.

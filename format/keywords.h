@@ -1,32 +1,12 @@
-// Format keywords and the format record. A format text mixes literal text
-// with `%` keywords; the stored (simplified) form writes every keyword as its
-// one-character code.
+// The format keywords: the fixed table of long forms and their one-character
+// codes, and the lookups between them. A format text mixes literal text with
+// `%` keywords; the stored (simplified) form writes every keyword as its
+// one-character code (the record is base/format_record.h).
 #pragma once
 
 #include <cstdint>
 
-constexpr uint32_t PPPOEPLUS_KEYWORD_NUM = 35;
-constexpr uint32_t PPPOEPLUS_FORMAT_LEN = 256;
-
-struct tPppoeplusKeyword {
-    const char* keyword;  // long form without the '%'
-    uint8_t keywordLen;
-    uint8_t keywordChar;  // one-character code
-};
-
-struct tPppoeplusFormat {
-    uint16_t formatLen;
-    uint16_t origFormatLen;
-    char format[PPPOEPLUS_FORMAT_LEN];      // simplified form, checked and built from
-    char origFormat[PPPOEPLUS_FORMAT_LEN];  // as the operator typed it
-    tPppoeplusKeyword keywords[PPPOEPLUS_KEYWORD_NUM];
-};
-
-// Format types.
-constexpr uint32_t PPPOEPLUS_FORMAT_TYPE_DEFAULT = 0;
-constexpr uint32_t PPPOEPLUS_FORMAT_TYPE_USERDEFINE = 1;
-constexpr uint32_t PPPOEPLUS_FORMAT_TYPE_ASCII = 2;
-using tPppoeplusFormatType = uint32_t;
+#include "base/format_record.h"
 
 // The keyword table in its fixed order.
 struct tPppoeplusKeywordDef {

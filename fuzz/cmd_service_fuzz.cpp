@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "core/global.h"
+#include "agent/global.h"
 #include "fuzz/fuzz_target.h"
 #include "fuzz/pkt_fuzz_target.h"
 #include "platform/linux/cmd_call.h"

@@ -22,11 +22,11 @@
 #include <string>
 #include <vector>
 
-#include "format/format_build.h"
 #include "format/format_check.h"
 #include "format/format_simplify.h"
 #include "fuzz/fuzz_target.h"
 #include "fuzz/pkt_fuzz_target.h"
+#include "packet/id_build.h"
 
 namespace pppoeplusfuzz {
 

@@ -36,8 +36,8 @@
 #include <string>
 #include <vector>
 
-#include "core/global.h"
-#include "core/startup.h"
+#include "agent/global.h"
+#include "daemon/startup.h"
 #include "iftable/if_entry.h"
 #include "iftable/trust_list.h"
 #include "packet/pkt_parse.h"

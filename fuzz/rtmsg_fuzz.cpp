@@ -15,10 +15,10 @@
 #include <memory>
 #include <string>
 
-#include "core/route_socket.h"
-#include "platform/ifdb.h"
+#include "daemon/route_socket.h"
 #include "fuzz/fuzz_target.h"
 #include "fuzz/pkt_fuzz_target.h"
+#include "platform/ifdb.h"
 
 namespace pppoeplusfuzz {
 

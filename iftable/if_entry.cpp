@@ -4,8 +4,9 @@
 
 #include <cstring>
 
-#include "core/global.h"
-#include "core/log.h"
+#include "agent/global.h"
+#include "agent/log.h"
+#include "format/keywords.h"
 #include "iftable/trust_list.h"
 #include "platform/ifdb.h"
 #include "platform/os.h"
@@ -23,32 +24,16 @@ uint32_t pppoeplusIfProtoSet(uint32_t ifUnit, uint32_t attr, uint32_t proto) {
     return zelIfSetApi(ifUnit, attr, &value);
 }
 
-// Operator log of a failed switch-on (sub-module 6) of `proto` on `ifUnit`.
-void pppoeplusIfProtoEnableErrLog(uint32_t ifUnit, uint32_t proto, tPppoeplusProtoType type) {
+// Operator log of a failed switch of `proto` on `ifUnit`: on (sub-module 6,
+// "enable") or off (sub-module 7, "disable"), of its state or its default
+// state.
+void pppoeplusIfProtoErrLog(uint32_t ifUnit, uint32_t proto, bool on, tPppoeplusProtoType type) {
     char ifName[ZEL_IF_NAME_LEN] = {};
     zelIfUnit2Name(ifUnit, ifName, sizeof(ifName));
-    if (type == tPppoeplusProtoType::DefaultState)
-        PPPOEPLUS_OPER_LOG(PPPOEPLUS_SUB_PROTO_ENABLE,
-                           "The interface enable protocol error.(ifName=[%s], proto=[%s], type=[defaultstate])\r\n",
-                           ifName, zelProtoName(proto));
-    else
-        PPPOEPLUS_OPER_LOG(PPPOEPLUS_SUB_PROTO_ENABLE,
-                           "The interface enable protocol error.(ifName=[%s], proto=[%s], type=[state])\r\n", ifName,
-                           zelProtoName(proto));
-}
-
-// Operator log of a failed switch-off (sub-module 7) of `proto` on `ifUnit`.
-void pppoeplusIfProtoDisableErrLog(uint32_t ifUnit, uint32_t proto, tPppoeplusProtoType type) {
-    char ifName[ZEL_IF_NAME_LEN] = {};
-    zelIfUnit2Name(ifUnit, ifName, sizeof(ifName));
-    if (type == tPppoeplusProtoType::DefaultState)
-        PPPOEPLUS_OPER_LOG(PPPOEPLUS_SUB_PROTO_DISABLE,
-                           "The interface disable protocol error.(ifName=[%s], proto=[%s], type=[defaultstate])\r\n",
-                           ifName, zelProtoName(proto));
-    else
-        PPPOEPLUS_OPER_LOG(PPPOEPLUS_SUB_PROTO_DISABLE,
-                           "The interface disable protocol error.(ifName=[%s], proto=[%s], type=[state])\r\n", ifName,
-                           zelProtoName(proto));
+    PPPOEPLUS_OPER_LOG(on ? PPPOEPLUS_SUB_PROTO_ENABLE : PPPOEPLUS_SUB_PROTO_DISABLE,
+                       "The interface %s protocol error.(ifName=[%s], proto=[%s], type=[%s])\r\n",
+                       on ? "enable" : "disable", ifName, zelProtoName(proto),
+                       type == tPppoeplusProtoType::DefaultState ? "defaultstate" : "state");
 }
 
 // True when `entry` itself (not merely an entry of the same unit) is linked
@@ -114,13 +99,13 @@ tPppoePlusIfEntry* pppoeplusIfEntryAdd(uint32_t ifUnit, uint32_t enable) {
 
     if (pppoeplusAllPortEnableGet() == ZEL_TRUE) {
         if (pppoeplusIfProtoSet(ifUnit, ZEL_IF_ATTR_PROTO_DFLT_ON, ZEL_PROTO_PPPOEPLUS) != 0) {
-            pppoeplusIfProtoEnableErrLog(ifUnit, ZEL_PROTO_PPPOEPLUS, tPppoeplusProtoType::DefaultState);
+            pppoeplusIfProtoErrLog(ifUnit, ZEL_PROTO_PPPOEPLUS, true, tPppoeplusProtoType::DefaultState);
             pppoeplusIfEntryRelease(entry);
             return nullptr;
         }
         if (pppoeplusIfProtoSet(ifUnit, ZEL_IF_ATTR_PROTO_DFLT_ON, ZEL_PROTO_PPPOEPLUS_HW) != 0) {
             pppoeplusIfProtoSet(ifUnit, ZEL_IF_ATTR_PROTO_DFLT_OFF, ZEL_PROTO_PPPOEPLUS);
-            pppoeplusIfProtoEnableErrLog(ifUnit, ZEL_PROTO_PPPOEPLUS_HW, tPppoeplusProtoType::DefaultState);
+            pppoeplusIfProtoErrLog(ifUnit, ZEL_PROTO_PPPOEPLUS_HW, true, tPppoeplusProtoType::DefaultState);
             pppoeplusIfEntryRelease(entry);
             return nullptr;
         }
@@ -163,7 +148,7 @@ int32_t pppoeplusIfEntryEnable(tPppoePlusIfEntry* entry) {
     const uint32_t ifUnit = entry->ifUnit;
 
     if (pppoeplusIfProtoSet(ifUnit, ZEL_IF_ATTR_PROTO_ON, ZEL_PROTO_PPPOEPLUS) != 0) {
-        pppoeplusIfProtoEnableErrLog(ifUnit, ZEL_PROTO_PPPOEPLUS, tPppoeplusProtoType::State);
+        pppoeplusIfProtoErrLog(ifUnit, ZEL_PROTO_PPPOEPLUS, true, tPppoeplusProtoType::State);
         pppoeplusIfEntryRelease(entry);
         return -1;
     }
@@ -173,7 +158,7 @@ int32_t pppoeplusIfEntryEnable(tPppoePlusIfEntry* entry) {
             pppoeplusIfProtoSet(ifUnit, ZEL_IF_ATTR_PROTO_DFLT_OFF, ZEL_PROTO_PPPOEPLUS);
             pppoeplusIfProtoSet(ifUnit, ZEL_IF_ATTR_PROTO_DFLT_OFF, ZEL_PROTO_PPPOEPLUS_HW);
         }
-        pppoeplusIfProtoEnableErrLog(ifUnit, ZEL_PROTO_PPPOEPLUS_HW, tPppoeplusProtoType::State);
+        pppoeplusIfProtoErrLog(ifUnit, ZEL_PROTO_PPPOEPLUS_HW, true, tPppoeplusProtoType::State);
         PPPOEPLUS_ERROR_LOG("Failed to add acl on hardware!\r\n");
         pppoeplusIfEntryRelease(entry);
         return -1;
@@ -187,11 +172,11 @@ int32_t pppoeplusIfEntryDisable(tPppoePlusIfEntry* entry) {
     const uint32_t ifUnit = entry->ifUnit;
 
     if (pppoeplusIfProtoSet(ifUnit, ZEL_IF_ATTR_PROTO_OFF, ZEL_PROTO_PPPOEPLUS) != 0)
-        pppoeplusIfProtoDisableErrLog(ifUnit, ZEL_PROTO_PPPOEPLUS, tPppoeplusProtoType::State);
+        pppoeplusIfProtoErrLog(ifUnit, ZEL_PROTO_PPPOEPLUS, false, tPppoeplusProtoType::State);
     // A trusted interface lost its hardware rule when it became trusted.
     if (pppoeplusIfTrustGet(entry) == ZEL_FALSE &&
         pppoeplusIfProtoSet(ifUnit, ZEL_IF_ATTR_PROTO_OFF, ZEL_PROTO_PPPOEPLUS_HW) != 0)
-        pppoeplusIfProtoDisableErrLog(ifUnit, ZEL_PROTO_PPPOEPLUS_HW, tPppoeplusProtoType::State);
+        pppoeplusIfProtoErrLog(ifUnit, ZEL_PROTO_PPPOEPLUS_HW, false, tPppoeplusProtoType::State);
 
     pppoeplusIfProtoEnableSet(entry, ZEL_FALSE);
     return 0;
@@ -203,9 +188,9 @@ int32_t pppoeplusIfEntryDelete(tPppoePlusIfEntry* entry) {
 
     if (pppoeplusIfProtoDfltEnableGet(entry) == ZEL_TRUE) {
         if (pppoeplusIfProtoSet(ifUnit, ZEL_IF_ATTR_PROTO_DFLT_OFF, ZEL_PROTO_PPPOEPLUS) != 0)
-            pppoeplusIfProtoDisableErrLog(ifUnit, ZEL_PROTO_PPPOEPLUS, tPppoeplusProtoType::DefaultState);
+            pppoeplusIfProtoErrLog(ifUnit, ZEL_PROTO_PPPOEPLUS, false, tPppoeplusProtoType::DefaultState);
         if (pppoeplusIfProtoSet(ifUnit, ZEL_IF_ATTR_PROTO_DFLT_OFF, ZEL_PROTO_PPPOEPLUS_HW) != 0)
-            pppoeplusIfProtoDisableErrLog(ifUnit, ZEL_PROTO_PPPOEPLUS_HW, tPppoeplusProtoType::DefaultState);
+            pppoeplusIfProtoErrLog(ifUnit, ZEL_PROTO_PPPOEPLUS_HW, false, tPppoeplusProtoType::DefaultState);
         pppoeplusIfProtoDfltEnableSet(entry, ZEL_FALSE);
     }
     pppoeplusIfEntryDisable(entry);
@@ -226,7 +211,7 @@ int32_t pppoeplusIfEntryResetConfig(tPppoePlusIfEntry* entry) {
             rc = static_cast<int32_t>(
                 pppoeplusIfProtoSet(entry->ifUnit, ZEL_IF_ATTR_PROTO_ON, ZEL_PROTO_PPPOEPLUS_HW));
             if (rc != 0)
-                pppoeplusIfProtoEnableErrLog(entry->ifUnit, ZEL_PROTO_PPPOEPLUS_HW, tPppoeplusProtoType::State);
+                pppoeplusIfProtoErrLog(entry->ifUnit, ZEL_PROTO_PPPOEPLUS_HW, true, tPppoeplusProtoType::State);
         }
     }
     // An untrusted entry is not on the list; detaching it anyway keeps the
@@ -240,6 +225,27 @@ int32_t pppoeplusIfEntryResetConfig(tPppoePlusIfEntry* entry) {
     pppoeplusIfFormatClear(&entry->circuitIdFormat);
     pppoeplusIfFormatClear(&entry->remoteIdFormat);
     return rc;
+}
+
+const tPppoeplusFormat* pppoeplusIfFormatApplied(const tPppoePlusIfEntry* entry, bool circuitId, uint32_t* type) {
+    if (circuitId) {
+        if (entry->circuitIdFormatType != PPPOEPLUS_FORMAT_TYPE_DEFAULT) {
+            *type = entry->circuitIdFormatType;
+            return &entry->circuitIdFormat;
+        }
+        if (pppoeplusOndTypeIsPon(entry->phyInfo.ondType)) {
+            *type = gPppoeplus.ponCircuitIdFormatType;
+            return &gPppoeplus.ponCircuitIdFormat;
+        }
+        *type = gPppoeplus.circuitIdFormatType;
+        return &gPppoeplus.circuitIdFormat;
+    }
+    if (entry->remoteIdFormatType != PPPOEPLUS_FORMAT_TYPE_DEFAULT) {
+        *type = entry->remoteIdFormatType;
+        return &entry->remoteIdFormat;
+    }
+    *type = gPppoeplus.remoteIdFormatType;
+    return &gPppoeplus.remoteIdFormat;
 }
 
 const char* pppoeplusOndTypeStr(uint32_t ondType) {

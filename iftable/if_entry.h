@@ -5,10 +5,11 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "format/keywords.h"
-#include "iftable/list.h"
+#include "base/format_record.h"
+#include "base/list.h"
 #include "platform/avl.h"
 #include "platform/ifdb.h"
+#include "platform/types.h"
 
 struct tPppoePlusIfEntry {
     avl_node_t treeNode;           // linkage of the interface tree
@@ -159,6 +160,19 @@ int32_t pppoeplusIfEntryDelete(tPppoePlusIfEntry* entry);
 // the entry, its enable state, counters, MAC and position. 0, or the result
 // of the failed platform call.
 int32_t pppoeplusIfEntryResetConfig(tPppoePlusIfEntry* entry);
+
+// Interface kinds whose ports face PON lines: EPON and GPON ports and PON
+// aggregates.
+inline bool pppoeplusOndTypeIsPon(uint32_t ondType) {
+    return ondType == ZEL_OND_EPON || ondType == ZEL_OND_GPON || ondType == ZEL_OND_PON_AGG;
+}
+
+// The format that applies to `entry` for its Circuit-ID (`circuitId` true)
+// or its Remote-ID, and that format's type in `type`: the entry's own when
+// its type is not DEFAULT, else the global one (for the Circuit-ID of a PON
+// interface, by the kind in the entry's port-index record, the global PON
+// one).
+const tPppoeplusFormat* pppoeplusIfFormatApplied(const tPppoePlusIfEntry* entry, bool circuitId, uint32_t* type);
 
 // Text shown for an interface kind: "ETH" for Ethernet ports and aggregates,
 // "PON" for PON ports and aggregates, "other" for anything else.

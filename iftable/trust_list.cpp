@@ -1,7 +1,7 @@
 // The trusted-interface list.
 #include "iftable/trust_list.h"
 
-#include "core/global.h"
+#include "agent/global.h"
 
 int32_t pppoeplusTrustIfEntryAttach(tPppoePlusIfEntry* entry) {
     tPppoeplusListNode* head = &gPppoeplus.trustIfList;

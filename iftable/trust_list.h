@@ -8,8 +8,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/list.h"
 #include "iftable/if_entry.h"
-#include "iftable/list.h"
 
 // Links `entry` in ascending ifUnit (unsigned), behind every entry with the
 // same unit. The entry must not be on the list already: callers attach only

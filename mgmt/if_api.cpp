@@ -5,9 +5,9 @@
 
 #include <cstring>
 
-#include "core/global.h"
-#include "core/log.h"
-#include "core/main_loop.h"
+#include "agent/global.h"
+#include "agent/lock.h"
+#include "agent/log.h"
 #include "format/default_formats.h"
 #include "iftable/if_entry.h"
 #include "iftable/trust_list.h"
@@ -166,22 +166,10 @@ int32_t pppoeplusIfFormatSet(uint32_t ifUnit, tPppoePlusIfEntry* entry, uint32_t
 }
 
 // The format that a get of the Circuit-ID (6) or Remote-ID (8) reads: the
-// entry's own when its type is not DEFAULT, else the global one (for the
-// Circuit-ID of a PON interface the global PON one).
+// one that applies to the entry.
 const tPppoeplusFormat* pppoeplusIfFormatOf(const tPppoePlusIfEntry* entry, uint32_t code) {
-    if (code == PPPOEPLUS_IF_CIRCUITID_FORMAT) {
-        if (entry->circuitIdFormatType != PPPOEPLUS_FORMAT_TYPE_DEFAULT) return &entry->circuitIdFormat;
-        switch (entry->phyInfo.ondType) {
-            case ZEL_OND_EPON:
-            case ZEL_OND_GPON:
-            case ZEL_OND_PON_AGG:
-                return &gPppoeplus.ponCircuitIdFormat;
-            default:
-                return &gPppoeplus.circuitIdFormat;
-        }
-    }
-    if (entry->remoteIdFormatType != PPPOEPLUS_FORMAT_TYPE_DEFAULT) return &entry->remoteIdFormat;
-    return &gPppoeplus.remoteIdFormat;
+    uint32_t type = 0;
+    return pppoeplusIfFormatApplied(entry, code == PPPOEPLUS_IF_CIRCUITID_FORMAT, &type);
 }
 
 }  // namespace
@@ -229,56 +217,48 @@ int32_t _pppoeplusIfSetApi(uint32_t ifUnit, uint32_t code, void* value, uint32_t
     tPppoeplusSyncCtrl ctrl;
     pppoeplusSyncCtrlInit(&ctrl, mode | PPPOEPLUS_SYNC_MODE_IF, PPPOEPLUS_SYNC_KEY_LEN_IF);
 
-    PPPOEPLUS_EVENT_LOG("Set interface parameter: cmd %d.\r\n", static_cast<int>(code));
-    if (value == nullptr) return ZEL_ERR_NULL_POINTER;
+    return pppoeplusMgmtSet("interface", code, value, [&]() -> tPppoeplusMgmtOutcome {
+        tPppoePlusIfEntry* entry = pppoeplusIfEntryGet(ifUnit);
+        // Only the enable command may find no entry: it is the one that
+        // creates entries.
+        if (entry == nullptr && code != PPPOEPLUS_IF_ENABLE) return {ZEL_ERR_NOT_FOUND, false};
 
-    pppoeplusLock();
-    tPppoePlusIfEntry* entry = pppoeplusIfEntryGet(ifUnit);
-    // Only the enable command may find no entry: it is the one that creates
-    // entries.
-    if (entry == nullptr && code != PPPOEPLUS_IF_ENABLE) {
-        pppoeplusUnlock();
-        return ZEL_ERR_NOT_FOUND;
-    }
-
-    auto* u32Value = static_cast<uint32_t*>(value);
-    int32_t rc = 0;
-    switch (code) {
-        case PPPOEPLUS_IF_TRUST:
-            rc = pppoeplusIfTrustSet(ifUnit, entry, u32Value, &ctrl);
-            break;
-        case PPPOEPLUS_IF_ENABLE:
-            rc = pppoeplusIfEnableSet(ifUnit, entry, u32Value, &ctrl);
-            break;
-        case PPPOEPLUS_IF_POLICY:
-            rc = pppoeplusIfHwilSync(ifUnit, code, value, &ctrl);
-            if (rc == 0) pppoeplusIfPolicySet(entry, *u32Value);  // low 2 bits
-            break;
-        case PPPOEPLUS_IF_IGNORE_PKT:
-            rc = pppoeplusIfHwilSync(ifUnit, code, value, &ctrl);
-            if (rc == 0) pppoeplusIfIgnorePktSet(entry, *u32Value);  // low 2 bits
-            break;
-        case PPPOEPLUS_IF_CIRCUITID_TYPE:
-        case PPPOEPLUS_IF_REMOTEID_TYPE:
-            rc = pppoeplusIfTypeSet(ifUnit, entry, code, u32Value, &ctrl);
-            break;
-        case PPPOEPLUS_IF_CIRCUITID_FORMAT:
-        case PPPOEPLUS_IF_REMOTEID_FORMAT:
-            rc = pppoeplusIfFormatSet(ifUnit, entry, code, static_cast<const tPppoeplusStrValue*>(value), &ctrl);
-            break;
-        case PPPOEPLUS_IF_STAT_CLEAR:
-            // Local counters only: nothing to forward.
-            pppoeplusIfEntryCountersClear(entry);
-            break;
-        default:
-            // 0, the counters (9 to 16) and everything from 18 on.
-            rc = ZEL_ERR_UNSUPPORTED;
-            break;
-    }
-
-    PPPOEPLUS_EVENT_LOG("Set interface parameter end: return %d.\r\n", static_cast<int>(rc));
-    pppoeplusUnlock();
-    return rc;
+        auto* u32Value = static_cast<uint32_t*>(value);
+        int32_t rc = 0;
+        switch (code) {
+            case PPPOEPLUS_IF_TRUST:
+                rc = pppoeplusIfTrustSet(ifUnit, entry, u32Value, &ctrl);
+                break;
+            case PPPOEPLUS_IF_ENABLE:
+                rc = pppoeplusIfEnableSet(ifUnit, entry, u32Value, &ctrl);
+                break;
+            case PPPOEPLUS_IF_POLICY:
+                rc = pppoeplusIfHwilSync(ifUnit, code, value, &ctrl);
+                if (rc == 0) pppoeplusIfPolicySet(entry, *u32Value);  // low 2 bits
+                break;
+            case PPPOEPLUS_IF_IGNORE_PKT:
+                rc = pppoeplusIfHwilSync(ifUnit, code, value, &ctrl);
+                if (rc == 0) pppoeplusIfIgnorePktSet(entry, *u32Value);  // low 2 bits
+                break;
+            case PPPOEPLUS_IF_CIRCUITID_TYPE:
+            case PPPOEPLUS_IF_REMOTEID_TYPE:
+                rc = pppoeplusIfTypeSet(ifUnit, entry, code, u32Value, &ctrl);
+                break;
+            case PPPOEPLUS_IF_CIRCUITID_FORMAT:
+            case PPPOEPLUS_IF_REMOTEID_FORMAT:
+                rc = pppoeplusIfFormatSet(ifUnit, entry, code, static_cast<const tPppoeplusStrValue*>(value), &ctrl);
+                break;
+            case PPPOEPLUS_IF_STAT_CLEAR:
+                // Local counters only: nothing to forward.
+                pppoeplusIfEntryCountersClear(entry);
+                break;
+            default:
+                // 0, the counters (9 to 16) and everything from 18 on.
+                rc = ZEL_ERR_UNSUPPORTED;
+                break;
+        }
+        return {rc, true};
+    });
 }
 
 int32_t pppoeplusIfGetApi(uint32_t ifUnit, uint32_t code, void* value) {

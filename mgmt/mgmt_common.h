@@ -1,19 +1,47 @@
-// Pieces shared by the global and the interface commands: the control record
-// of a forwarded command and the checking and storing of a format text.
+// Pieces shared by the global and the interface commands: the frame of a set
+// command, the control record of a forwarded command and the checking and
+// storing of a format text.
 #pragma once
 
 #include <cstdint>
 #include <cstring>
 
+#include "agent/lock.h"
+#include "agent/log.h"
 #include "format/default_formats.h"
 #include "format/format_check.h"
 #include "format/format_simplify.h"
 #include "format/keywords.h"
 #include "mgmt/mgmt_types.h"
+#include "platform/types.h"
 
 // Size of the buffer that a refused format text is copied into for its
 // message: one format text area, so every accepted length fits with its NUL.
 constexpr uint32_t PPPOEPLUS_MGMT_MSG_LEN = PPPOEPLUS_FORMAT_LEN;
+
+// What the body of a set command comes to: its result, and whether the end
+// trace is written (a command refused before it is applied has none).
+struct tPppoeplusMgmtOutcome {
+    int32_t rc;
+    bool traced;
+};
+
+// The frame of every set and sync command: the start trace, the null check
+// of the value, the daemon lock around `body` (which looks up what the
+// command addresses, switches on the code and applies it), the end trace.
+// `family` names the commands in the traces: "global" or "interface".
+template <typename Body>
+int32_t pppoeplusMgmtSet(const char* family, uint32_t code, const void* value, Body&& body) {
+    PPPOEPLUS_EVENT_LOG("Set %s parameter: cmd %d.\r\n", family, static_cast<int>(code));
+    if (value == nullptr) return ZEL_ERR_NULL_POINTER;
+
+    pppoeplusLock();
+    const tPppoeplusMgmtOutcome outcome = body();
+    if (outcome.traced)
+        PPPOEPLUS_EVENT_LOG("Set %s parameter end: return %d.\r\n", family, static_cast<int>(outcome.rc));
+    pppoeplusUnlock();
+    return outcome.rc;
+}
 
 // A zero-filled control record for an integer value: mode word, key length
 // and a value length of 4.

@@ -6,11 +6,11 @@
 
 #include <cstring>
 
-#include "core/enable.h"
-#include "core/global.h"
-#include "core/log.h"
-#include "core/main_loop.h"
+#include "agent/global.h"
+#include "agent/lock.h"
+#include "agent/log.h"
 #include "format/default_formats.h"
+#include "mgmt/enable.h"
 #include "mgmt/mgmt_common.h"
 #include "platform/hwil.h"
 #include "platform/types.h"
@@ -144,47 +144,42 @@ int32_t _pppoeplusScalarSetApi(uint32_t unit, uint32_t code, void* value, uint32
     tPppoeplusSyncCtrl ctrl;
     pppoeplusSyncCtrlInit(&ctrl, mode, PPPOEPLUS_SYNC_KEY_LEN_SCALAR);
 
-    PPPOEPLUS_EVENT_LOG("Set global parameter: cmd %d.\r\n", static_cast<int>(code));
-    if (value == nullptr) return ZEL_ERR_NULL_POINTER;
-
-    pppoeplusLock();
-    auto* u32Value = static_cast<uint32_t*>(value);
-    int32_t rc = 0;
-    switch (code) {
-        case PPPOEPLUS_SCALAR_DEBUG:
-            rc = pppoeplusScalarHwilSync(code, value, &ctrl);
-            if (rc == 0) pppoeplusDebugSwitchSet(*u32Value & 0xFu);
-            break;
-        case PPPOEPLUS_SCALAR_POLICY:
-            rc = pppoeplusScalarHwilSync(code, value, &ctrl);
-            if (rc == 0) pppoeplusPolicySet(*u32Value & 0xFu);
-            break;
-        case PPPOEPLUS_SCALAR_VENDORID:
-            rc = pppoeplusScalarHwilSync(code, value, &ctrl);
-            if (rc == 0) gPppoeplus.vendorId = *u32Value;
-            break;
-        case PPPOEPLUS_SCALAR_ENABLE:
-            rc = pppoeplusScalarEnableSet(u32Value, &ctrl);
-            break;
-        case PPPOEPLUS_SCALAR_CIRCUITID_TYPE:
-        case PPPOEPLUS_SCALAR_REMOTEID_TYPE:
-        case PPPOEPLUS_SCALAR_PON_CIRCUITID_TYPE:
-            rc = pppoeplusScalarTypeSet(code, u32Value, &ctrl);
-            break;
-        case PPPOEPLUS_SCALAR_CIRCUITID_FORMAT:
-        case PPPOEPLUS_SCALAR_REMOTEID_FORMAT:
-        case PPPOEPLUS_SCALAR_PON_CIRCUITID_FORMAT:
-            rc = pppoeplusScalarFormatSet(code, static_cast<const tPppoeplusStrValue*>(value), &ctrl);
-            break;
-        default:
-            // 0, the get-only codes (9, 10, 13 to 18) and everything beyond.
-            rc = ZEL_ERR_UNSUPPORTED;
-            break;
-    }
-
-    PPPOEPLUS_EVENT_LOG("Set global parameter end: return %d.\r\n", static_cast<int>(rc));
-    pppoeplusUnlock();
-    return rc;
+    return pppoeplusMgmtSet("global", code, value, [&]() -> tPppoeplusMgmtOutcome {
+        auto* u32Value = static_cast<uint32_t*>(value);
+        int32_t rc = 0;
+        switch (code) {
+            case PPPOEPLUS_SCALAR_DEBUG:
+                rc = pppoeplusScalarHwilSync(code, value, &ctrl);
+                if (rc == 0) pppoeplusDebugSwitchSet(*u32Value & 0xFu);
+                break;
+            case PPPOEPLUS_SCALAR_POLICY:
+                rc = pppoeplusScalarHwilSync(code, value, &ctrl);
+                if (rc == 0) pppoeplusPolicySet(*u32Value & 0xFu);
+                break;
+            case PPPOEPLUS_SCALAR_VENDORID:
+                rc = pppoeplusScalarHwilSync(code, value, &ctrl);
+                if (rc == 0) gPppoeplus.vendorId = *u32Value;
+                break;
+            case PPPOEPLUS_SCALAR_ENABLE:
+                rc = pppoeplusScalarEnableSet(u32Value, &ctrl);
+                break;
+            case PPPOEPLUS_SCALAR_CIRCUITID_TYPE:
+            case PPPOEPLUS_SCALAR_REMOTEID_TYPE:
+            case PPPOEPLUS_SCALAR_PON_CIRCUITID_TYPE:
+                rc = pppoeplusScalarTypeSet(code, u32Value, &ctrl);
+                break;
+            case PPPOEPLUS_SCALAR_CIRCUITID_FORMAT:
+            case PPPOEPLUS_SCALAR_REMOTEID_FORMAT:
+            case PPPOEPLUS_SCALAR_PON_CIRCUITID_FORMAT:
+                rc = pppoeplusScalarFormatSet(code, static_cast<const tPppoeplusStrValue*>(value), &ctrl);
+                break;
+            default:
+                // 0, the get-only codes (9, 10, 13 to 18) and everything beyond.
+                rc = ZEL_ERR_UNSUPPORTED;
+                break;
+        }
+        return {rc, true};
+    });
 }
 
 int32_t pppoeplusScalarGetApi(uint32_t unit, uint32_t code, void* value) {

@@ -3,7 +3,7 @@
 // through PPPOEPLUS_ERROR_LOG (sub-module 4, bit 0x8).
 #pragma once
 
-#include "core/log.h"
+#include "agent/log.h"
 
 #define PPPOEPLUS_RECV_LOG(bit, ...) PPPOEPLUS_DEBUG_LOG((bit), PPPOEPLUS_SUB_RECV, __VA_ARGS__)
 #define PPPOEPLUS_SEND_LOG(bit, ...) PPPOEPLUS_DEBUG_LOG((bit), PPPOEPLUS_SUB_SEND, __VA_ARGS__)

@@ -11,8 +11,8 @@
 
 #include <cstring>
 
-#include "core/global.h"
-#include "core/log.h"
+#include "agent/global.h"
+#include "agent/log.h"
 #include "packet/pkt_log.h"
 #include "platform/logging.h"
 

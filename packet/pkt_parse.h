@@ -52,12 +52,6 @@ inline uint32_t pppoeplusOnuWord(const uint8_t* onuInfo) {
 inline uint32_t pppoeplusOnuNumber(const uint8_t* onuInfo) { return (pppoeplusOnuWord(onuInfo) >> 8) & 0xFFFu; }
 inline uint32_t pppoeplusOnuSnLen(const uint8_t* onuInfo) { return pppoeplusOnuWord(onuInfo) & 0xFFu; }
 
-// Interface kinds whose ports face PON lines: EPON and GPON ports and PON
-// aggregates.
-inline bool pppoeplusOndTypeIsPon(uint32_t ondType) {
-    return ondType == ZEL_OND_EPON || ondType == ZEL_OND_GPON || ondType == ZEL_OND_PON_AGG;
-}
-
 // One received frame, zeroed and filled per frame by the receive path.
 struct tPppoePlusPkt {
     uint8_t* data;               // start of the PPPoE header in the frame buffer

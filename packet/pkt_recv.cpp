@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "core/global.h"
-#include "core/log.h"
+#include "agent/global.h"
+#include "agent/log.h"
 #include "iftable/trust_list.h"
 #include "packet/pkt_log.h"
 #include "packet/vendor_tag.h"
@@ -87,15 +87,9 @@ void pppoeplusSend(tPppoePlusIfEntry* entry, tPppoePlusPkt* pkt) {
         txInfo.flags |= ZEL_TXINFO_INNER_VID | ZEL_TXINFO_INNER_PRI;
     }
 
-    zel_iovec iov = {pkt->data, pkt->len};
-    zel_msghdr msg;
-    std::memset(&msg, 0, sizeof(msg));
-    msg.msg_name = &addr;
-    msg.msg_namelen = sizeof(addr);
-    msg.msg_iov = &iov;
-    msg.msg_iovlen = 1;
-    msg.msg_control = control;
-    msg.msg_controllen = PPPOEPLUS_PKT_TXINFO_CMSG_LEN;
+    zel_iovec iov;
+    const zel_msghdr msg =
+        zelMsgOne(&iov, pkt->data, pkt->len, &addr, sizeof(addr), control, PPPOEPLUS_PKT_TXINFO_CMSG_LEN);
 
     for (tPppoePlusIfEntry* uplink = pppoeplusTrustIfEntryFirst(); uplink != nullptr;
          uplink = pppoeplusTrustIfEntryNext(uplink)) {
@@ -170,15 +164,8 @@ void pppoeplusPktRecv(void) {
     std::memset(control, 0, sizeof(control));
     std::memset(&from, 0, sizeof(from));
 
-    zel_iovec iov = {buf, PPPOEPLUS_PKT_BUF_LEN};
-    zel_msghdr msg;
-    std::memset(&msg, 0, sizeof(msg));
-    msg.msg_name = &from;
-    msg.msg_namelen = sizeof(from);
-    msg.msg_iov = &iov;
-    msg.msg_iovlen = 1;
-    msg.msg_control = control;
-    msg.msg_controllen = sizeof(control);
+    zel_iovec iov;
+    zel_msghdr msg = zelMsgOne(&iov, buf, PPPOEPLUS_PKT_BUF_LEN, &from, sizeof(from), control, sizeof(control));
 
     const int32_t received = zel_recvmsg(gPppoeplus.pktFd, &msg, 0);
     if (received < 0) return;

@@ -9,8 +9,8 @@
 
 #include <cstring>
 
-#include "core/global.h"
-#include "format/format_build.h"
+#include "agent/global.h"
+#include "packet/id_build.h"
 #include "packet/pkt_log.h"
 
 namespace {

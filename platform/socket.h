@@ -89,6 +89,15 @@ struct zel_msghdr {
     int32_t msg_flags;
 };
 
+// A message record of one buffer: `iov` (the caller's, kept alive with the
+// record) set to `data`/`len`, the address area `name`/`nameLen`, the control
+// area `control`/`controlLen`; flags zero.
+inline zel_msghdr zelMsgOne(zel_iovec* iov, void* data, size_t len, void* name, uint32_t nameLen, void* control,
+                            uint32_t controlLen) {
+    *iov = zel_iovec{data, len};
+    return zel_msghdr{name, nameLen, iov, 1, control, controlLen, 0};
+}
+
 // Control-message header: 12 bytes, messages aligned to 4 bytes.
 struct zel_cmsghdr {
     uint32_t cmsg_len;  // header plus data

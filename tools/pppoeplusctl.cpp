@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "platform/linux/cmd_proto.h"
-#include "pppoeplus_version.h"
+#include "generated/pppoeplus_version.h"
 #include "tools/ctl.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "pppoeplus_version.h"
+#include "generated/pppoeplus_version.h"
 
 namespace {
 

@@ -52,19 +52,19 @@ void putBe32(std::vector<uint8_t>& m, size_t off, uint32_t v) {
 
 std::vector<uint8_t> rtHeader(uint16_t type, size_t bodyEnd) {
     std::vector<uint8_t> m(align4(bodyEnd), 0);
-    putBe32(m, 0, static_cast<uint32_t>(m.size()));
-    putBe16(m, 4, type);
+    putBe32(m, RT_OFF_LEN, static_cast<uint32_t>(m.size()));
+    putBe16(m, RT_OFF_TYPE, type);
     return m;
 }
 
 void rtAppendAttr(std::vector<uint8_t>& m, const RtAttr& a) {
     size_t at = m.size();
-    size_t alen = 4 + a.value.size();
+    size_t alen = RT_ATTR_HDR_LEN + a.value.size();
     m.resize(at + align4(alen), 0);
-    putBe16(m, at, static_cast<uint16_t>(alen));
-    putBe16(m, at + 2, a.type);
-    if (!a.value.empty()) std::memcpy(m.data() + at + 4, a.value.data(), a.value.size());
-    putBe32(m, 0, static_cast<uint32_t>(m.size()));
+    putBe16(m, at + RT_ATTR_OFF_LEN, static_cast<uint16_t>(alen));
+    putBe16(m, at + RT_ATTR_OFF_TYPE, a.type);
+    if (!a.value.empty()) std::memcpy(m.data() + at + RT_ATTR_HDR_LEN, a.value.data(), a.value.size());
+    putBe32(m, RT_OFF_LEN, static_cast<uint32_t>(m.size()));
 }
 
 RtAttr u32Attr(uint16_t type, uint32_t v) {
@@ -319,7 +319,7 @@ LinkChange linkApply(LinkTable& table, LinkEvent event, const LinkInfo& link) {
 
 std::vector<uint8_t> rtMsgNewLink(const LinkInfo& link, uint32_t change, const std::vector<RtAttr>& attrs) {
     std::vector<uint8_t> m = rtHeader(RT_NEWLINK, RT_OFF_ATTRS);
-    putBe16(m, 26, link.arphrd);
+    putBe16(m, RT_OFF_IFTYPE, link.arphrd);
     putBe32(m, RT_OFF_IFINDEX, static_cast<uint32_t>(link.ifindex));
     putBe32(m, RT_OFF_IFFLAGS, link.flags);
     putBe32(m, RT_OFF_CHANGE, change);
@@ -335,7 +335,7 @@ std::vector<uint8_t> rtMsgNewLink(const LinkInfo& link, uint32_t change, const s
 
 std::vector<uint8_t> rtMsgDelLink(const LinkInfo& link) {
     std::vector<uint8_t> m = rtHeader(RT_DELLINK, RT_OFF_ATTRS);
-    putBe16(m, 26, link.arphrd);
+    putBe16(m, RT_OFF_IFTYPE, link.arphrd);
     putBe32(m, RT_OFF_IFINDEX, static_cast<uint32_t>(link.ifindex));
     putBe32(m, RT_OFF_IFFLAGS, link.flags);
     if (!link.name.empty()) {

@@ -13,6 +13,7 @@
 
 #include "platform/ifdb.h"
 #include "platform/linux/config.h"
+#include "platform/route_msg.h"
 
 namespace linuxplat {
 
@@ -99,23 +100,7 @@ LinkChange linkApply(LinkTable& table, LinkEvent event, const LinkInfo& link);
 
 // ---- platform route messages ------------------------------------------------------------
 
-constexpr uint32_t RT_HDR_LEN = 24;
-constexpr uint32_t RT_OFF_IFINDEX = 28;
-constexpr uint32_t RT_OFF_IFFLAGS = 32;
-constexpr uint32_t RT_OFF_CHANGE = 36;
-constexpr uint32_t RT_OFF_PROTOS = 36;
-constexpr uint32_t RT_OFF_MASTER = 40;
-constexpr uint32_t RT_OFF_ATTRS = 48;
-constexpr uint32_t RT_PROTO_BYTES = 52;  // bits for protocol ids 0 to 415
-
-constexpr uint16_t RT_NEWLINK = 0x20;
-constexpr uint16_t RT_DELLINK = 0x21;
-constexpr uint16_t RT_RESETPORTCONFIG = 0x144;
-constexpr uint16_t RT_RESETPROTOCONFIG = 0x168;
-constexpr uint16_t RT_ATTR_IFNAME = 3;
-constexpr uint16_t RT_ATTR_PHYJOINAGG = 0x34;
-constexpr uint16_t RT_ATTR_PHYQUITAGG = 0x35;
-constexpr uint32_t RT_CHANGE_NEW = 0xFFFFFFFF;
+// The layout of the messages is platform/route_msg.h.
 
 struct RtAttr {
     uint16_t type;

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "core/global.h"
+#include "agent/global.h"
 #include "diag/diag.h"
 #include "diag/shell_table.h"
 #include "format/format_simplify.h"

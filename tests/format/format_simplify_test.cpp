@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "core/global.h"
+#include "agent/global.h"
 #include "format/default_formats.h"
 #include "format/format_check.h"
 #include "format/format_simplify.h"

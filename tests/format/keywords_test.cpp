@@ -2,7 +2,7 @@
 #include <cstring>
 #include <string>
 
-#include "core/global.h"
+#include "agent/global.h"
 #include "format/keywords.h"
 #include "support/fixture.h"
 

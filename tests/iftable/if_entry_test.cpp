@@ -6,8 +6,8 @@
 #include <tuple>
 #include <vector>
 
-#include "core/global.h"
-#include "core/startup.h"
+#include "agent/global.h"
+#include "daemon/startup.h"
 #include "format/keywords.h"
 #include "iftable/if_entry.h"
 #include "iftable/trust_list.h"

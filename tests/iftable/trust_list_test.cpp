@@ -9,9 +9,9 @@
 #include <utility>
 #include <vector>
 
-#include "core/global.h"
+#include "agent/global.h"
+#include "base/list.h"
 #include "iftable/if_entry.h"
-#include "iftable/list.h"
 #include "iftable/trust_list.h"
 #include "platform/avl.h"
 #include "platform/types.h"

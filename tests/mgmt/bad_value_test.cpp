@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "core/global.h"
-#include "core/main_loop.h"
+#include "agent/global.h"
+#include "agent/lock.h"
 #include "iftable/if_entry.h"
 #include "iftable/trust_list.h"
 #include "mgmt/if_api.h"

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "core/global.h"
+#include "agent/global.h"
 #include "mgmt/call_specs.h"
 #include "mgmt/func_map.h"
 #include "mgmt/mgmt_test_util.h"

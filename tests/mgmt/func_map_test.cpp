@@ -3,7 +3,7 @@
 #include <cstring>
 #include <string>
 
-#include "core/global.h"
+#include "agent/global.h"
 #include "iftable/if_entry.h"
 #include "mgmt/func_map.h"
 #include "mgmt/if_api.h"

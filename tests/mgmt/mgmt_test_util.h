@@ -8,7 +8,7 @@
 #include <tuple>
 #include <vector>
 
-#include "core/global.h"
+#include "agent/global.h"
 #include "format/format_simplify.h"
 #include "mgmt/mgmt_types.h"
 #include "support/fixture.h"

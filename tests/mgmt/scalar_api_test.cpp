@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "core/global.h"
+#include "agent/global.h"
 #include "format/default_formats.h"
 #include "iftable/if_entry.h"
 #include "mgmt/mgmt_test_util.h"

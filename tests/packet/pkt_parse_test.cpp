@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/global.h"
+#include "agent/global.h"
 #include "packet/pkt_parse.h"
 #include "packet/pkt_test_util.h"
 #include "packet/real_capture.h"

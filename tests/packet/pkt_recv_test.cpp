@@ -9,8 +9,8 @@
 #include <tuple>
 #include <vector>
 
-#include "core/global.h"
-#include "core/main_loop.h"
+#include "agent/global.h"
+#include "daemon/main_loop.h"
 #include "packet/pkt_parse.h"
 #include "packet/pkt_recv.h"
 #include "packet/pkt_test_util.h"

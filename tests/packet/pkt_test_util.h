@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "core/global.h"
+#include "agent/global.h"
 #include "iftable/if_entry.h"
 #include "iftable/trust_list.h"
 #include "packet/pkt_parse.h"

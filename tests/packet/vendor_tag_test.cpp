@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "core/global.h"
+#include "agent/global.h"
 #include "packet/pkt_parse.h"
 #include "packet/pkt_test_util.h"
 #include "packet/real_capture.h"

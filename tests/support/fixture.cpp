@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "core/global.h"
-#include "core/startup.h"
+#include "agent/global.h"
+#include "daemon/startup.h"
 #include "diag/diag.h"
 #include "packet/pkt_recv.h"
 #include "platform/common/mem_pool.h"

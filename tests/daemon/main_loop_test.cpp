@@ -2,8 +2,8 @@
 #include <string>
 #include <vector>
 
-#include "core/global.h"
-#include "core/main_loop.h"
+#include "agent/global.h"
+#include "daemon/main_loop.h"
 #include "platform/types.h"
 #include "support/fixture.h"
 
@@ -142,14 +142,6 @@ TEST_F(MainLoopTest, RouteTraceNeedsTheTraceSwitch) {
     sim::pushRead(4, std::vector<uint8_t>(40, 0));
     pppoeplusMainLoopPass(4);
     EXPECT_TRUE(sim::g.logs.empty());
-}
-
-TEST_F(MainLoopTest, LockAndUnlock) {
-    EXPECT_EQ(0u, pppoeplusLock());
-    EXPECT_EQ(0u, pppoeplusUnlock());
-    EXPECT_EQ((std::vector<std::string>{"silTakeSem(1,-1)", "silGiveSem(1)"}), sim::g.calls);
-    sim::failWhen("silTakeSem(1,-1)", ZEL_ERR_GENERAL, 1);
-    EXPECT_EQ(static_cast<uint32_t>(ZEL_ERR_GENERAL), pppoeplusLock()) << "the platform's result is returned";
 }
 
 using MainLoopDeathTest = MainLoopTest;

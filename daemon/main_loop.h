@@ -1,4 +1,4 @@
-// The worker task's loop and the daemon lock.
+// The worker task's loop.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,3 @@ void pppoeplusMain(void);
 // packet socket and after it the route socket, each under the lock. `maxFd`
 // is the higher of the two descriptors.
 void pppoeplusMainLoopPass(int32_t maxFd);
-
-// The daemon lock: waits without time limit. Returns the platform's result.
-uint32_t pppoeplusLock(void);
-uint32_t pppoeplusUnlock(void);

@@ -8,12 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "core/global.h"
+#include "agent/global.h"
 #include "format/default_formats.h"
-#include "format/format_build.h"
 #include "format/format_check.h"
 #include "format/format_simplify.h"
 #include "iftable/if_entry.h"
+#include "packet/id_build.h"
 #include "packet/pkt_parse.h"
 #include "platform/sim/sim.h"
 #include "platform/types.h"

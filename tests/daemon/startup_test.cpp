@@ -3,9 +3,9 @@
 #include <string>
 #include <vector>
 
-#include "core/global.h"
-#include "core/main_loop.h"
-#include "core/startup.h"
+#include "agent/global.h"
+#include "daemon/main_loop.h"
+#include "daemon/startup.h"
 #include "format/default_formats.h"
 #include "iftable/if_entry.h"
 #include "mgmt/func_map.h"

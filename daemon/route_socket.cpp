@@ -1,14 +1,14 @@
 // The route socket: opened at start-up, read by the worker task under the
 // daemon lock. Interface events keep the interface table in step.
-#include "core/route_socket.h"
+#include "daemon/route_socket.h"
 
 #include <cstdio>
 #include <cstring>
 
-#include "core/enable.h"
-#include "core/global.h"
-#include "core/log.h"
+#include "agent/global.h"
+#include "agent/log.h"
 #include "iftable/if_entry.h"
+#include "mgmt/enable.h"
 #include "platform/ifdb.h"
 #include "platform/socket.h"
 #include "platform/types.h"
@@ -84,16 +84,16 @@ static bool pppoeplusRtNewIfEligible(uint32_t unit, uint32_t ondType) {
     }
 }
 
-// RTM_NEWLINK. Returns false when an invalid attribute ends the read.
+// RT_NEWLINK. Returns false when an invalid attribute ends the read.
 static bool pppoeplusRtNewLink(const tPppoeplusRtMsg& msg) {
-    uint32_t unit = pppoeplusRtU32(msg, PPPOEPLUS_RT_OFF_IFINDEX);
+    uint32_t unit = pppoeplusRtU32(msg, RT_OFF_IFINDEX);
     tZelPhyInfo phyInfo;
     std::memset(&phyInfo, 0, sizeof(phyInfo));
     if (zelIndexTrans(unit, ZEL_INDEX_TRANS_PHYINFO, &phyInfo) != 0) return true;
     if (!pppoeplusIfKindAdmitted(phyInfo.ondType)) return true;
     tPppoePlusIfEntry* entry = pppoeplusIfEntryGet(unit);
 
-    if (pppoeplusRtU32(msg, PPPOEPLUS_RT_OFF_CHANGE) == PPPOEPLUS_RT_CHANGE_NEW) {
+    if (pppoeplusRtU32(msg, RT_OFF_CHANGE) == RT_CHANGE_NEW) {
         if (entry == nullptr && pppoeplusAllPortServed() && pppoeplusRtNewIfEligible(unit, phyInfo.ondType))
             (void)pppoeplusIfEntryAdd(unit, ZEL_TRUE);
         return true;
@@ -103,24 +103,24 @@ static bool pppoeplusRtNewLink(const tPppoeplusRtMsg& msg) {
     // above. Once a join has deleted it, it counts as still present for the
     // rest of the message but is never touched again.
     bool entryDeleted = false;
-    int64_t remaining = static_cast<int64_t>(msg.len) - PPPOEPLUS_RT_OFF_ATTRS;
-    uint32_t off = PPPOEPLUS_RT_OFF_ATTRS;
-    while (remaining >= PPPOEPLUS_RTA_HDR_LEN) {
-        uint16_t attrLen = pppoeplusRtU16(msg, off);
-        uint16_t attrType = pppoeplusRtU16(msg, off + 2);
-        if (attrLen < PPPOEPLUS_RTA_HDR_LEN || attrLen > remaining) return false;
-        if (attrType == IFLA_PHYJOINAGG) {
+    int64_t remaining = static_cast<int64_t>(msg.len) - RT_OFF_ATTRS;
+    uint32_t off = RT_OFF_ATTRS;
+    while (remaining >= RT_ATTR_HDR_LEN) {
+        uint16_t attrLen = pppoeplusRtU16(msg, off + RT_ATTR_OFF_LEN);
+        uint16_t attrType = pppoeplusRtU16(msg, off + RT_ATTR_OFF_TYPE);
+        if (attrLen < RT_ATTR_HDR_LEN || attrLen > remaining) return false;
+        if (attrType == RT_ATTR_PHYJOINAGG) {
             PPPOEPLUS_ROUTE_LOG("Reveive IFLA_PHYJOINAGG message: ifindex %d.\r\n", static_cast<int32_t>(unit));
             // The port is served through its aggregate from now on.
             if (entry != nullptr && !entryDeleted) {
                 (void)pppoeplusIfEntryDelete(entry);
                 entryDeleted = true;
             }
-        } else if (attrType == IFLA_PHYQUITAGG) {
+        } else if (attrType == RT_ATTR_PHYQUITAGG) {
             PPPOEPLUS_ROUTE_LOG("Reveive IFLA_PHYQUITAGG message: ifindex %d.\r\n", static_cast<int32_t>(unit));
             if (entry == nullptr && pppoeplusAllPortServed()) (void)pppoeplusIfEntryAdd(unit, ZEL_TRUE);
         }
-        uint32_t step = (attrLen + 3u) & ~3u;
+        uint32_t step = rtAlign(attrLen);
         off += step;
         remaining -= step;
     }
@@ -128,7 +128,7 @@ static bool pppoeplusRtNewLink(const tPppoeplusRtMsg& msg) {
 }
 
 static void pppoeplusRtResetPortConfig(const tPppoeplusRtMsg& msg) {
-    uint32_t unit = pppoeplusRtU32(msg, PPPOEPLUS_RT_OFF_IFINDEX);
+    uint32_t unit = pppoeplusRtU32(msg, RT_OFF_IFINDEX);
     PPPOEPLUS_ROUTE_LOG("Reveive RTM_RESETPORTCONFIG message: ifindex %d.\r\n", static_cast<int32_t>(unit));
     tPppoePlusIfEntry* entry = pppoeplusIfEntryGet(unit);
     if (entry == nullptr) return;
@@ -146,7 +146,7 @@ static void pppoeplusRtResetPortConfig(const tPppoeplusRtMsg& msg) {
 // Bit `proto` of the protocol bit array: byte proto / 8, most significant bit
 // first.
 static bool pppoeplusRtProtoBit(const tPppoeplusRtMsg& msg, uint32_t proto) {
-    uint8_t byte = pppoeplusRtByte(msg, PPPOEPLUS_RT_OFF_PROTOS + proto / 8);
+    uint8_t byte = pppoeplusRtByte(msg, RT_OFF_PROTOS + proto / 8);
     return (byte & (0x80u >> (proto % 8))) != 0;
 }
 
@@ -154,42 +154,42 @@ void pppoeplusRtMsgHandle(const uint8_t* buf, uint32_t count) {
     if (buf == nullptr) return;
     int64_t remaining = count;
     uint32_t off = 0;
-    while (remaining >= PPPOEPLUS_RT_HDR_LEN) {
+    while (remaining >= RT_HDR_LEN) {
         tPppoeplusRtMsg msg{buf + off, static_cast<uint32_t>(remaining)};
-        uint32_t len = pppoeplusRtU32(msg, 0);
-        if (len < PPPOEPLUS_RT_HDR_LEN || len > remaining) return;
+        uint32_t len = pppoeplusRtU32(msg, RT_OFF_LEN);
+        if (len < RT_HDR_LEN || len > remaining) return;
         msg.len = len;
-        uint16_t type = pppoeplusRtU16(msg, 4);
+        uint16_t type = pppoeplusRtU16(msg, RT_OFF_TYPE);
         PPPOEPLUS_ROUTE_LOG("Reveive a route message: type 0x%0x.\r\n", type);
 
         switch (type) {
-            case NLMSG_DONE:
+            case RT_MSG_DONE:
                 return;
-            case NLMSG_ERROR:
+            case RT_MSG_ERROR:
                 PPPOEPLUS_DEBUG_LOG(PPPOEPLUS_DEBUG_ERROR, PPPOEPLUS_SUB_ROUTE, "Route message ERROR: %s.\r\n",
-                                    strerror(static_cast<int32_t>(pppoeplusRtU32(msg, PPPOEPLUS_RT_OFF_ERRNO))));
+                                    strerror(static_cast<int32_t>(pppoeplusRtU32(msg, RT_OFF_ERRNO))));
                 return;
-            case RTM_DELLINK: {
-                uint32_t unit = pppoeplusRtU32(msg, PPPOEPLUS_RT_OFF_IFINDEX);
+            case RT_DELLINK: {
+                uint32_t unit = pppoeplusRtU32(msg, RT_OFF_IFINDEX);
                 PPPOEPLUS_ROUTE_LOG("Reveive RTM_DELLINK message: ifindex %d.\r\n", static_cast<int32_t>(unit));
                 tPppoePlusIfEntry* entry = pppoeplusIfEntryGet(unit);
                 if (entry != nullptr) (void)pppoeplusIfEntryDelete(entry);
                 break;
             }
-            case RTM_NEWLINK:
+            case RT_NEWLINK:
                 if (!pppoeplusRtNewLink(msg)) return;
                 break;
-            case RTM_RESETPORTCONFIG:
+            case RT_RESETPORTCONFIG:
                 pppoeplusRtResetPortConfig(msg);
                 break;
-            case RTM_RESETPROTOCONFIG:
+            case RT_RESETPROTOCONFIG:
                 if (pppoeplusRtProtoBit(msg, ZEL_PROTO_PPPOEPLUS)) pppoeplusResetConfig();
                 break;
             default:
                 break;
         }
 
-        uint32_t step = (len + 3u) & ~3u;
+        uint32_t step = rtAlign(len);
         off += step;
         remaining -= step;
     }

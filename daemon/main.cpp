@@ -1,7 +1,7 @@
 // Process entry of pppoeplusd.
 #include <csignal>
 
-#include "core/startup.h"
+#include "daemon/startup.h"
 #include "diag/shell_table.h"
 #include "platform/os.h"
 #include "platform/services.h"

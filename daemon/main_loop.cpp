@@ -1,15 +1,12 @@
-// The worker task's loop and the daemon lock.
-#include "core/main_loop.h"
+// The worker task's loop.
+#include "daemon/main_loop.h"
 
-#include "core/global.h"
-#include "core/route_socket.h"
+#include "agent/global.h"
+#include "agent/lock.h"
+#include "daemon/route_socket.h"
 #include "packet/pkt_recv.h"
 #include "platform/os.h"
 #include "platform/socket.h"
-
-uint32_t pppoeplusLock(void) { return silTakeSem(gPppoeplus.semId, SIL_WAIT_FOREVER); }
-
-uint32_t pppoeplusUnlock(void) { return silGiveSem(gPppoeplus.semId); }
 
 void pppoeplusMainLoopPass(int32_t maxFd) {
     zel_fd_set readSet;

@@ -5,10 +5,10 @@
 #include <vector>
 
 #define main pppoeplusProcessMain
-#include "core/main.cpp"
+#include "daemon/main.cpp"
 #undef main
 
-#include "core/global.h"
+#include "agent/global.h"
 #include "support/fixture.h"
 
 namespace {

@@ -3,7 +3,7 @@
 // "\r\n".
 #pragma once
 
-#include "core/global.h"
+#include "agent/global.h"
 #include "platform/logging.h"
 
 // Debug output of sub-module `sub`, written only when debug switch bit `bit`

@@ -4,11 +4,11 @@
 #include <string>
 #include <vector>
 
-#include "core/enable.h"
-#include "core/global.h"
-#include "core/main_loop.h"
-#include "core/route_socket.h"
+#include "agent/global.h"
+#include "daemon/main_loop.h"
+#include "daemon/route_socket.h"
 #include "iftable/if_entry.h"
+#include "mgmt/enable.h"
 #include "platform/types.h"
 #include "support/fixture.h"
 
@@ -46,7 +46,7 @@ Bytes attr(uint16_t type, uint16_t len = 4) {
 
 Bytes newLink(uint32_t ifindex, uint32_t mask, const std::vector<Bytes>& attrs = {}) {
     Bytes b(48, 0);
-    put16(b, 4, RTM_NEWLINK);
+    put16(b, 4, RT_NEWLINK);
     put32(b, 28, ifindex);
     put32(b, 36, mask);
     for (const Bytes& a : attrs) {
@@ -58,13 +58,13 @@ Bytes newLink(uint32_t ifindex, uint32_t mask, const std::vector<Bytes>& attrs =
 }
 
 Bytes errorMsg(int32_t err) {
-    Bytes b = msg(NLMSG_ERROR, 0, 40);
+    Bytes b = msg(RT_MSG_ERROR, 0, 40);
     put32(b, 24, static_cast<uint32_t>(err));
     return b;
 }
 
 Bytes resetProto(uint32_t proto) {
-    Bytes b = msg(RTM_RESETPROTOCONFIG, 0, 36 + 48);
+    Bytes b = msg(RT_RESETPROTOCONFIG, 0, 36 + 48);
     b[36 + proto / 8] |= static_cast<uint8_t>(0x80u >> (proto % 8));
     return b;
 }
@@ -114,7 +114,7 @@ TEST_F(RouteEventTest, SeveralMessagesInOneReadAreHandledInOrder) {
     add(1);
     add(2);
     pppoeplusDebugSwitchSet(0x4);
-    receive(join({msg(RTM_DELLINK, 2), msg(RTM_DELLINK, 1)}));
+    receive(join({msg(RT_DELLINK, 2), msg(RT_DELLINK, 1)}));
     EXPECT_EQ(nullptr, pppoeplusIfEntryGet(1));
     EXPECT_EQ(nullptr, pppoeplusIfEntryGet(2));
     const std::vector<std::string> expected = {
@@ -132,7 +132,7 @@ TEST_F(RouteEventTest, SeveralMessagesInOneReadAreHandledInOrder) {
 TEST_F(RouteEventTest, TracesNeedTheTraceSwitch) {
     add(1);
     pppoeplusDebugSwitchSet(0x8);
-    receive(msg(RTM_DELLINK, 1));
+    receive(msg(RT_DELLINK, 1));
     EXPECT_EQ(nullptr, pppoeplusIfEntryGet(1));
     EXPECT_TRUE(routeTraces().empty());
 }
@@ -140,7 +140,7 @@ TEST_F(RouteEventTest, TracesNeedTheTraceSwitch) {
 TEST_F(RouteEventTest, DoneInTheMiddleDropsTheRest) {
     add(1);
     add(2);
-    receive(join({msg(RTM_DELLINK, 1), msg(NLMSG_DONE, 0, 24), msg(RTM_DELLINK, 2)}));
+    receive(join({msg(RT_DELLINK, 1), msg(RT_MSG_DONE, 0, 24), msg(RT_DELLINK, 2)}));
     EXPECT_EQ(nullptr, pppoeplusIfEntryGet(1));
     EXPECT_NE(nullptr, pppoeplusIfEntryGet(2));
 }
@@ -148,7 +148,7 @@ TEST_F(RouteEventTest, DoneInTheMiddleDropsTheRest) {
 TEST_F(RouteEventTest, ErrorIsLoggedUnderTheErrorSwitchAndDropsTheRest) {
     add(1);
     pppoeplusDebugSwitchSet(0x8);
-    receive(join({errorMsg(2), msg(RTM_DELLINK, 1)}));
+    receive(join({errorMsg(2), msg(RT_DELLINK, 1)}));
     EXPECT_NE(nullptr, pppoeplusIfEntryGet(1));
     ASSERT_EQ(1u, sim::g.logs.size());
     EXPECT_EQ(std::string("Route message ERROR: ") + strerror(2) + ".\r\n", sim::g.logs[0].text);
@@ -164,9 +164,9 @@ TEST_F(RouteEventTest, ErrorIsLoggedUnderTheErrorSwitchAndDropsTheRest) {
 TEST_F(RouteEventTest, MessageLongerThanTheReadIsNotHandledNorAnythingAfter) {
     add(1);
     add(2);
-    Bytes first = msg(RTM_DELLINK, 1);
+    Bytes first = msg(RT_DELLINK, 1);
     put32(first, 0, 200);  // claims more than the read holds
-    receive(join({first, msg(RTM_DELLINK, 2)}));
+    receive(join({first, msg(RT_DELLINK, 2)}));
     EXPECT_NE(nullptr, pppoeplusIfEntryGet(1));
     EXPECT_NE(nullptr, pppoeplusIfEntryGet(2));
 }
@@ -174,16 +174,16 @@ TEST_F(RouteEventTest, MessageLongerThanTheReadIsNotHandledNorAnythingAfter) {
 TEST_F(RouteEventTest, LengthBelowTheHeaderEndsTheWalk) {
     add(1);
     for (uint32_t len : {0u, 4u, 23u}) {
-        Bytes first = msg(RTM_DELLINK, 1);
+        Bytes first = msg(RT_DELLINK, 1);
         put32(first, 0, len);
-        receive(join({first, msg(RTM_DELLINK, 1)}));
+        receive(join({first, msg(RT_DELLINK, 1)}));
         EXPECT_NE(nullptr, pppoeplusIfEntryGet(1)) << len;
     }
 }
 
 TEST_F(RouteEventTest, ReadShorterThanAHeaderDoesNothing) {
     add(1);
-    Bytes m = msg(RTM_DELLINK, 1);
+    Bytes m = msg(RT_DELLINK, 1);
     m.resize(23);
     receive(m);
     EXPECT_NE(nullptr, pppoeplusIfEntryGet(1));
@@ -192,15 +192,15 @@ TEST_F(RouteEventTest, ReadShorterThanAHeaderDoesNothing) {
 TEST_F(RouteEventTest, LengthsThatAreNotMultiplesOfFourAreRoundedUp) {
     add(1);
     add(2);
-    Bytes first = msg(RTM_DELLINK, 1, 33);  // padded to 36 by join
-    receive(join({first, msg(RTM_DELLINK, 2, 34)}));
+    Bytes first = msg(RT_DELLINK, 1, 33);  // padded to 36 by join
+    receive(join({first, msg(RT_DELLINK, 2, 34)}));
     EXPECT_EQ(nullptr, pppoeplusIfEntryGet(1));
     EXPECT_EQ(nullptr, pppoeplusIfEntryGet(2));
 }
 
 TEST_F(RouteEventTest, LastMessageMayEndWithoutPadding) {
     add(2);
-    Bytes m = msg(RTM_DELLINK, 2, 33);
+    Bytes m = msg(RT_DELLINK, 2, 33);
     receive(m);  // 33 bytes: the rounded step runs past the read, the walk ends
     EXPECT_EQ(nullptr, pppoeplusIfEntryGet(2));
 }
@@ -211,15 +211,15 @@ TEST_F(RouteEventTest, AnIndexOutsideTheMessageReadsAsZero) {
     sim::addInterface(0, "unit0", ZEL_OND_ETH);
     add(0);
     add(1);
-    Bytes second = msg(RTM_DELLINK, 1);
-    receive(join({msg(RTM_DELLINK, 0, 24), second}));
+    Bytes second = msg(RT_DELLINK, 1);
+    receive(join({msg(RT_DELLINK, 0, 24), second}));
     EXPECT_EQ(nullptr, pppoeplusIfEntryGet(0)) << "index 0 from the zero padding";
     EXPECT_EQ(nullptr, pppoeplusIfEntryGet(1));
 }
 
 TEST_F(RouteEventTest, DelLinkOfAnUnknownInterfaceDoesNothing) {
     add(1);
-    receive(msg(RTM_DELLINK, 99));
+    receive(msg(RT_DELLINK, 99));
     EXPECT_NE(nullptr, pppoeplusIfEntryGet(1));
 }
 
@@ -298,9 +298,9 @@ TEST_F(RouteEventTest, JoinThenQuitRecreatesADefaultEntry) {
     pppoeplusIfPolicySet(e, 2);
     e->padiRcv = 4;
     pppoeplusDebugSwitchSet(0x4);
-    receive(newLink(1, 0x1, {attr(IFLA_PHYJOINAGG)}));
+    receive(newLink(1, 0x1, {attr(RT_ATTR_PHYJOINAGG)}));
     EXPECT_EQ(nullptr, pppoeplusIfEntryGet(1));
-    receive(newLink(1, 0x1, {attr(IFLA_PHYQUITAGG)}));
+    receive(newLink(1, 0x1, {attr(RT_ATTR_PHYQUITAGG)}));
     e = pppoeplusIfEntryGet(1);
     ASSERT_NE(nullptr, e);
     EXPECT_EQ(ZEL_TRUE, pppoeplusIfEnableGet(e));
@@ -316,13 +316,13 @@ TEST_F(RouteEventTest, JoinThenQuitRecreatesADefaultEntry) {
 
 TEST_F(RouteEventTest, QuitWithoutAllPortAddsNothing) {
     pppoeplusAllPortEnableSet(ZEL_FALSE);
-    receive(newLink(1, 0x1, {attr(IFLA_PHYQUITAGG)}));
+    receive(newLink(1, 0x1, {attr(RT_ATTR_PHYQUITAGG)}));
     EXPECT_EQ(nullptr, pppoeplusIfEntryGet(1));
 }
 
 TEST_F(RouteEventTest, QuitAddsWithoutTheFlagsTest) {
     sim::g.interfaces[1].flags = ZEL_IF_FLAG_AGG_MEMBER;
-    receive(newLink(1, 0x1, {attr(IFLA_PHYQUITAGG)}));
+    receive(newLink(1, 0x1, {attr(RT_ATTR_PHYQUITAGG)}));
     EXPECT_NE(nullptr, pppoeplusIfEntryGet(1));
     EXPECT_EQ(-1, sim::findCall("zelIfGetApi(1,10)"));
 }
@@ -333,26 +333,26 @@ TEST_F(RouteEventTest, TheEntryLookedUpBeforeTheWalkServesEveryAttribute) {
     // does not touch the deleted entry again.
     add(1);
     uint32_t used = gPppoeplus.ifPool.used;
-    receive(newLink(1, 0x1, {attr(IFLA_PHYJOINAGG), attr(IFLA_PHYQUITAGG), attr(IFLA_PHYJOINAGG)}));
+    receive(newLink(1, 0x1, {attr(RT_ATTR_PHYJOINAGG), attr(RT_ATTR_PHYQUITAGG), attr(RT_ATTR_PHYJOINAGG)}));
     EXPECT_EQ(nullptr, pppoeplusIfEntryGet(1));
     EXPECT_EQ(used - 1, gPppoeplus.ifPool.used);
 
     // Quit then join on a unit without an entry: the quit adds one, the join
     // goes by the lookup (none) and leaves it.
-    receive(newLink(2, 0x1, {attr(IFLA_PHYQUITAGG), attr(IFLA_PHYJOINAGG)}));
+    receive(newLink(2, 0x1, {attr(RT_ATTR_PHYQUITAGG), attr(RT_ATTR_PHYJOINAGG)}));
     EXPECT_NE(nullptr, pppoeplusIfEntryGet(2));
 }
 
 TEST_F(RouteEventTest, AttributesAtTheEndOfTheMessage) {
     add(1);
     // The join attribute fills the message exactly, with a value of 4 bytes.
-    receive(newLink(1, 0x1, {attr(1, 8), attr(IFLA_PHYJOINAGG, 8)}));
+    receive(newLink(1, 0x1, {attr(1, 8), attr(RT_ATTR_PHYJOINAGG, 8)}));
     EXPECT_EQ(nullptr, pppoeplusIfEntryGet(1));
 }
 
 TEST_F(RouteEventTest, UnknownAttributesAreSteppedOver) {
     add(1);
-    receive(newLink(1, 0x1, {attr(0x33, 7), attr(0x36, 5), attr(IFLA_PHYJOINAGG)}));
+    receive(newLink(1, 0x1, {attr(0x33, 7), attr(0x36, 5), attr(RT_ATTR_PHYJOINAGG)}));
     EXPECT_EQ(nullptr, pppoeplusIfEntryGet(1));
 }
 
@@ -361,16 +361,16 @@ TEST_F(RouteEventTest, InvalidAttributeEndsTheRead) {
     add(2);
     // An attribute claiming 2 bytes, then a join: neither the join nor the
     // next message is handled.
-    Bytes bad = newLink(1, 0x1, {attr(0x33, 4), attr(IFLA_PHYJOINAGG)});
+    Bytes bad = newLink(1, 0x1, {attr(0x33, 4), attr(RT_ATTR_PHYJOINAGG)});
     put16(bad, 48, 2);
-    receive(join({bad, msg(RTM_DELLINK, 2)}));
+    receive(join({bad, msg(RT_DELLINK, 2)}));
     EXPECT_NE(nullptr, pppoeplusIfEntryGet(1));
     EXPECT_NE(nullptr, pppoeplusIfEntryGet(2));
 
     // An attribute longer than what is left of its message.
-    Bytes longer = newLink(1, 0x1, {attr(IFLA_PHYJOINAGG)});
+    Bytes longer = newLink(1, 0x1, {attr(RT_ATTR_PHYJOINAGG)});
     put16(longer, 48, 8);
-    receive(join({longer, msg(RTM_DELLINK, 2)}));
+    receive(join({longer, msg(RT_DELLINK, 2)}));
     EXPECT_NE(nullptr, pppoeplusIfEntryGet(1));
     EXPECT_NE(nullptr, pppoeplusIfEntryGet(2));
 }
@@ -378,17 +378,17 @@ TEST_F(RouteEventTest, InvalidAttributeEndsTheRead) {
 TEST_F(RouteEventTest, FewerThanFourBytesLeftEndOnlyTheAttributes) {
     add(1);
     add(2);
-    Bytes m = newLink(1, 0x1, {attr(IFLA_PHYJOINAGG)});
+    Bytes m = newLink(1, 0x1, {attr(RT_ATTR_PHYJOINAGG)});
     m.resize(m.size() + 3, 0xFF);  // three trailing bytes: no attribute fits
     put32(m, 0, static_cast<uint32_t>(m.size()));
-    receive(join({m, msg(RTM_DELLINK, 2)}));
+    receive(join({m, msg(RT_DELLINK, 2)}));
     EXPECT_EQ(nullptr, pppoeplusIfEntryGet(1));
     EXPECT_EQ(nullptr, pppoeplusIfEntryGet(2));
 }
 
 TEST_F(RouteEventTest, NewLinkShorterThanItsAttributeAreaHasNoAttributes) {
     add(1);
-    Bytes m = msg(RTM_NEWLINK, 1, 40);
+    Bytes m = msg(RT_NEWLINK, 1, 40);
     put32(m, 36, 0x1);
     receive(m);
     EXPECT_NE(nullptr, pppoeplusIfEntryGet(1));
@@ -403,7 +403,7 @@ TEST_F(RouteEventTest, ResetPortConfigOfADefaultOnPortClearsIt) {
     e->padrRcv = 3;
     e->totalSend = 8;
     pppoeplusDebugSwitchSet(0x4);
-    receive(msg(RTM_RESETPORTCONFIG, 1));
+    receive(msg(RT_RESETPORTCONFIG, 1));
     ASSERT_EQ(e, pppoeplusIfEntryGet(1));
     EXPECT_EQ(0u, pppoeplusIfPolicyGet(e));
     EXPECT_EQ(0u, e->padrRcv);
@@ -420,14 +420,14 @@ TEST_F(RouteEventTest, ResetPortConfigOfAConfiguredPortDeletesIt) {
     tPppoePlusIfEntry* e = add(1);
     ASSERT_EQ(ZEL_FALSE, pppoeplusIfProtoDfltEnableGet(e));
     pppoeplusDebugSwitchSet(0x4);
-    receive(msg(RTM_RESETPORTCONFIG, 1));
+    receive(msg(RT_RESETPORTCONFIG, 1));
     EXPECT_EQ(nullptr, pppoeplusIfEntryGet(1));
     EXPECT_EQ("delete if entry.\r\n", routeTraces().back());
 }
 
 TEST_F(RouteEventTest, ResetPortConfigWithoutAnEntryDoesNothing) {
     uint32_t used = gPppoeplus.ifPool.used;
-    receive(msg(RTM_RESETPORTCONFIG, 6));
+    receive(msg(RT_RESETPORTCONFIG, 6));
     EXPECT_EQ(used, gPppoeplus.ifPool.used);
 }
 
@@ -446,7 +446,7 @@ TEST_F(RouteEventTest, ResetProtoConfigWithoutBit141DoesNothing) {
     for (uint32_t proto : {0u, 19u, 140u, 142u, 383u}) receive(resetProto(proto));
     EXPECT_EQ(1u, pppoeplusPolicy());
     // Bit 141 is byte 53, mask 0x04: a message that ends before it has no bit.
-    Bytes shortMsg = msg(RTM_RESETPROTOCONFIG, 0, 52);
+    Bytes shortMsg = msg(RT_RESETPROTOCONFIG, 0, 52);
     receive(join({shortMsg, resetProto(0)}));
     EXPECT_EQ(1u, pppoeplusPolicy());
     // ... though the byte right after it in the read is the next message's.
@@ -459,7 +459,7 @@ TEST_F(RouteEventTest, ResetProtoConfigWithoutBit141DoesNothing) {
 TEST_F(RouteEventTest, OtherTypesAreIgnored) {
     add(1);
     pppoeplusDebugSwitchSet(0x4);
-    receive(join({msg(0x10, 1), msg(0x22, 1), msg(RTM_DELLINK, 1)}));
+    receive(join({msg(0x10, 1), msg(0x22, 1), msg(RT_DELLINK, 1)}));
     EXPECT_EQ(nullptr, pppoeplusIfEntryGet(1)) << "the walk went on past the unknown types";
     auto traces = routeTraces();
     ASSERT_GE(traces.size(), 3u);
@@ -469,7 +469,7 @@ TEST_F(RouteEventTest, OtherTypesAreIgnored) {
 
 TEST_F(RouteEventTest, ServedFromTheWorkerLoop) {
     add(1);
-    sim::pushRead(gPppoeplus.rtSockFd, msg(RTM_DELLINK, 1));
+    sim::pushRead(gPppoeplus.rtSockFd, msg(RT_DELLINK, 1));
     pppoeplusMainLoopPass(gPppoeplus.rtSockFd);
     EXPECT_EQ(nullptr, pppoeplusIfEntryGet(1));
 }
@@ -482,7 +482,7 @@ TEST_F(RouteEventTest, AFullBufferIsHandled) {
         Bytes m = msg(0x99, 0, 48);
         all.insert(all.end(), m.begin(), m.end());
     }
-    Bytes last = msg(RTM_DELLINK, 1, static_cast<uint32_t>(3840 - all.size()));
+    Bytes last = msg(RT_DELLINK, 1, static_cast<uint32_t>(3840 - all.size()));
     all.insert(all.end(), last.begin(), last.end());
     ASSERT_EQ(3840u, all.size());
     Bytes beyond = all;

@@ -3,12 +3,12 @@
 #include <string>
 #include <vector>
 
-#include "core/enable.h"
-#include "core/global.h"
-#include "core/startup.h"
+#include "agent/global.h"
+#include "daemon/startup.h"
 #include "format/default_formats.h"
 #include "iftable/if_entry.h"
 #include "iftable/trust_list.h"
+#include "mgmt/enable.h"
 #include "platform/types.h"
 #include "support/fixture.h"
 

@@ -1,5 +1,5 @@
 // The global record and the texts of its enumerated fields.
-#include "core/global.h"
+#include "agent/global.h"
 
 #include "platform/types.h"
 

@@ -1,13 +1,14 @@
 // Start-up: options, the global record, sockets, command service, worker task.
-#include "core/startup.h"
+#include "daemon/startup.h"
 
 #include <climits>
 #include <cstring>
+#include <string_view>
 
-#include "core/global.h"
-#include "core/log.h"
-#include "core/main_loop.h"
-#include "core/route_socket.h"
+#include "agent/global.h"
+#include "agent/log.h"
+#include "daemon/main_loop.h"
+#include "daemon/route_socket.h"
 #include "format/default_formats.h"
 #include "format/keywords.h"
 #include "iftable/if_entry.h"
@@ -15,6 +16,7 @@
 #include "mgmt/func_map.h"
 #include "platform/hwil.h"
 #include "platform/ifdb.h"
+#include "platform/number.h"
 #include "platform/os.h"
 #include "platform/services.h"
 #include "platform/socket.h"
@@ -25,22 +27,21 @@
 
 static constexpr uint32_t PPPOEPLUS_FAIL = static_cast<uint32_t>(-1);
 
-// Decimal value of an option, read like atoi but saturating instead of
+// Decimal value of an option, read like atoi (leading white space, a sign,
+// the digits up to the first other character) but saturating instead of
 // overflowing on a value too large for an int.
 static int32_t pppoeplusOptAtoi(const char* text) {
-    const char* p = text;
-    while (*p == ' ' || (*p >= '\t' && *p <= '\r')) p++;
+    std::string_view rest(text);
+    while (!rest.empty() && (rest.front() == ' ' || (rest.front() >= '\t' && rest.front() <= '\r'))) rest.remove_prefix(1);
     bool negative = false;
-    if (*p == '+' || *p == '-') negative = (*p++ == '-');
-    int64_t value = 0;
-    while (*p >= '0' && *p <= '9') {
-        value = value * 10 + (*p++ - '0');
-        if (value > static_cast<int64_t>(INT_MAX) + 1) break;
+    if (!rest.empty() && (rest.front() == '+' || rest.front() == '-')) {
+        negative = rest.front() == '-';
+        rest.remove_prefix(1);
     }
-    if (negative) value = -value;
-    if (value > INT_MAX) return INT_MAX;
-    if (value < INT_MIN) return INT_MIN;
-    return static_cast<int32_t>(value);
+    const uint64_t magnitude = numberLeadingDecimal(rest);
+    constexpr uint64_t intMax = static_cast<uint64_t>(INT_MAX);
+    if (!negative) return magnitude > intMax ? INT_MAX : static_cast<int32_t>(magnitude);
+    return magnitude > intMax + 1 ? INT_MIN : static_cast<int32_t>(-static_cast<int64_t>(magnitude));
 }
 
 // Reads `key` into `buf` (cleared first). True when the key exists.

@@ -5,35 +5,25 @@
 // before it is made, and every keyword value is rendered into a scratch area
 // of its own with an explicit length, so that no format text, stored or not
 // checked, can make the builder read or write outside its buffers.
-#include "format/format_build.h"
+#include "packet/id_build.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "core/global.h"
-#include "core/log.h"
+#include "agent/global.h"
+#include "agent/log.h"
+#include "format/format_scan.h"
 #include "platform/ifdb.h"
 #include "platform/types.h"
 
 namespace {
 
-// Widths are read as decimal numbers; anything above this is already far
-// beyond every limit and is held there so that it cannot wrap.
-constexpr uint32_t PPPOEPLUS_BUILD_WIDTH_CAP = 0xFFFF;
 // A hex number takes at most 4 bytes.
 constexpr uint32_t PPPOEPLUS_BUILD_NUMBER_MAX_BYTES = 4;
 constexpr uint32_t PPPOEPLUS_MAC_LEN = 6;
 
-constexpr bool pppoeplusIsDigit(char c) { return c >= '0' && c <= '9'; }
-constexpr bool pppoeplusIsLetter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
-constexpr bool pppoeplusIsAlnum(char c) { return pppoeplusIsDigit(c) || pppoeplusIsLetter(c); }
-
-constexpr int32_t pppoeplusHexDigitValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
+constexpr bool pppoeplusIsDigit(char c) { return pppoeplusFormatIsDigit(c); }
+constexpr bool pppoeplusIsAlnum(char c) { return pppoeplusFormatIsKeywordChar(c); }
 
 // A keyword value rendered for the ASCII form.
 struct tPppoeplusValue {
@@ -253,9 +243,9 @@ int32_t pppoeplusBuildAsciiFormat(tPppoePlusIfEntry* ifEntry, const tPppoePlusPk
     char pad = ' ';
     uint32_t written = 0;
     uint32_t i = 0;
-    auto atEnd = [&](uint32_t k) { return k >= segmentLen || segment[k] == '\0'; };
+    const uint32_t length = static_cast<uint32_t>(strnlen(segment, segmentLen));  // up to a NUL
 
-    while (!atEnd(i)) {
+    while (i < length) {
         const char c = segment[i];
         if (c != '%') {
             if (written >= room) return -1;
@@ -265,18 +255,12 @@ int32_t pppoeplusBuildAsciiFormat(tPppoePlusIfEntry* ifEntry, const tPppoePlusPk
             continue;
         }
 
-        i++;
-        if (!atEnd(i) && segment[i] == '0') {
-            pad = '0';
-            i++;
-        }
-        uint32_t width = 0;
-        while (!atEnd(i) && pppoeplusIsDigit(segment[i])) {
-            width = std::min(width * 10 + static_cast<uint32_t>(segment[i] - '0'), PPPOEPLUS_BUILD_WIDTH_CAP);
-            i++;
-        }
-        if (atEnd(i)) break;
-        const char code = segment[i++];
+        const tPppoeplusFormatItem item = pppoeplusFormatItemScan(segment, length, i);
+        if (item.zeroPad) pad = '0';
+        const uint32_t width = item.widthCapped;
+        if (!pppoeplusFormatItemHasCode(item, length)) break;
+        const char code = segment[item.digitsEnd];
+        i = item.digitsEnd + 1;
         // An item without a code letter goes, together with the character
         // that stands in the letter's place.
         if (!pppoeplusIsAlnum(code)) continue;
@@ -307,7 +291,8 @@ int32_t pppoeplusBuildHexFormat(tPppoePlusIfEntry* ifEntry, const tPppoePlusPkt*
 
     uint32_t written = 0;
     uint32_t i = 0;
-    auto atEnd = [&](uint32_t k) { return k >= segmentLen || segment[k] == '\0'; };
+    const uint32_t length = static_cast<uint32_t>(strnlen(segment, segmentLen));  // up to a NUL
+    auto atEnd = [&](uint32_t k) { return k >= length; };
     auto startsHex = [&](uint32_t k) { return !atEnd(k) && segment[k] == '0' && !atEnd(k + 1) && segment[k + 1] == 'x'; };
     // A value of `bytes` bytes fits when the room holds it and the segment
     // stays below its bound.
@@ -319,14 +304,11 @@ int32_t pppoeplusBuildHexFormat(tPppoePlusIfEntry* ifEntry, const tPppoePlusPkt*
         const char c = segment[i];
 
         if (c == '%') {
-            i++;
-            uint32_t width = 0;
-            while (!atEnd(i) && pppoeplusIsDigit(segment[i])) {
-                width = std::min(width * 10 + static_cast<uint32_t>(segment[i] - '0'), PPPOEPLUS_BUILD_WIDTH_CAP);
-                i++;
-            }
-            if (atEnd(i)) break;
-            const char code = segment[i++];
+            const tPppoeplusFormatItem item = pppoeplusFormatItemScan(segment, length, i);
+            const uint32_t width = item.widthCapped;
+            if (!pppoeplusFormatItemHasCode(item, length)) break;
+            const char code = segment[item.digitsEnd];
+            i = item.digitsEnd + 1;
             if (!pppoeplusIsAlnum(code)) continue;
 
             // Six-byte addresses ignore the width.
@@ -382,7 +364,7 @@ int32_t pppoeplusBuildHexFormat(tPppoePlusIfEntry* ifEntry, const tPppoePlusPkt*
             uint32_t value = 0;
             uint32_t digits = 0;
             while (!atEnd(i) && segment[i] != ' ' && segment[i] != '%' && !startsHex(i)) {
-                const int32_t d = pppoeplusHexDigitValue(segment[i]);
+                const int32_t d = pppoeplusFormatHexValue(segment[i]);
                 if (d >= 0) {
                     value = (value << 4) | static_cast<uint32_t>(d);
                     digits++;
@@ -430,28 +412,9 @@ uint32_t pppoeplusBuildFormat(tPppoePlusIfEntry* ifEntry, const tPppoePlusPkt* p
     if (zelIndexTrans(ifEntry->ifUnit, ZEL_INDEX_TRANS_PHYINFO, &phyInfo) == 0) ifEntry->phyInfo = phyInfo;
     const tZelPhyInfo* portIndex = &ifEntry->phyInfo;
 
-    uint32_t formatType;
-    const tPppoeplusFormat* format;
-    if (which == PPPOEPLUS_BUILD_CIRCUIT_ID) {
-        if (ifEntry->circuitIdFormatType != PPPOEPLUS_FORMAT_TYPE_DEFAULT) {
-            formatType = ifEntry->circuitIdFormatType;
-            format = &ifEntry->circuitIdFormat;
-        } else if (pppoeplusOndTypeIsPon(portIndex->ondType)) {
-            formatType = gPppoeplus.ponCircuitIdFormatType;
-            format = &gPppoeplus.ponCircuitIdFormat;
-        } else {
-            formatType = gPppoeplus.circuitIdFormatType;
-            format = &gPppoeplus.circuitIdFormat;
-        }
-    } else {
-        if (ifEntry->remoteIdFormatType != PPPOEPLUS_FORMAT_TYPE_DEFAULT) {
-            formatType = ifEntry->remoteIdFormatType;
-            format = &ifEntry->remoteIdFormat;
-        } else {
-            formatType = gPppoeplus.remoteIdFormatType;
-            format = &gPppoeplus.remoteIdFormat;
-        }
-    }
+    uint32_t formatType = PPPOEPLUS_FORMAT_TYPE_DEFAULT;
+    const tPppoeplusFormat* format =
+        pppoeplusIfFormatApplied(ifEntry, which == PPPOEPLUS_BUILD_CIRCUIT_ID, &formatType);
 
     if (format->formatLen == 0) {
         PPPOEPLUS_ERROR_LOG("Format length is zero!\r\n");

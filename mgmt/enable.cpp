@@ -1,9 +1,9 @@
 // Global enable, disable and reset.
-#include "core/enable.h"
+#include "mgmt/enable.h"
 
 #include <cstring>
 
-#include "core/global.h"
+#include "agent/global.h"
 #include "format/default_formats.h"
 #include "iftable/if_entry.h"
 #include "platform/ifdb.h"
