@@ -24,6 +24,13 @@ constexpr const char* KNOWN_OPTIONS[] = {
     "pppoeplus.ponaggifenable",
 };
 
+// Start-up options read as truth values: the daemon looks at the first
+// character only, t/T true and f/F false; anything else keeps the default.
+constexpr const char* TRUTH_OPTIONS[] = {
+    "pppoeplus.defaultenable", "pppoeplus.defaultportenable", "pppoeplus.ethifenable",
+    "pppoeplus.ethaggifenable", "pppoeplus.gponifenable", "pppoeplus.ponaggifenable",
+};
+
 constexpr const char* KNOWN_PLATFORM[] = {
     "platform.vendorid",   "platform.sysmac",     "platform.devicename", "platform.sysname",
     "platform.exclude",    "platform.group",      "platform.hwrule",     "platform.nft",
@@ -247,6 +254,17 @@ ConfigData configParse(std::string_view text, std::string_view fileName) {
                 data.messages.push_back(where(fileName, lineNo) + "unknown option '" + key + "', ignored");
                 continue;
             }
+            // Words the start-up options do not read as the operator meant
+            // them: they are kept as written (the daemon reads them as it
+            // always does), with a warning naming the line.
+            const char first = value.empty() ? '\0' : value.front();
+            const bool truthWord = first == 't' || first == 'T' || first == 'f' || first == 'F';
+            if (known(TRUTH_OPTIONS, key) && !truthWord)
+                data.messages.push_back(where(fileName, lineNo) + key + " takes true or false; '" +
+                                        std::string(value) + "' is read as neither and leaves the default");
+            if (key == "pppoeplus.enable" && !truthWord && !value.empty())
+                data.messages.push_back(where(fileName, lineNo) + "pppoeplus.enable = '" + std::string(value) +
+                                        "' lets the daemon start; only a value starting with f stops it");
         } else if (key.compare(0, 9, "platform.") == 0) {
             if (!known(KNOWN_PLATFORM, key)) {
                 data.messages.push_back(where(fileName, lineNo) + "unknown setting '" + key + "', ignored");
@@ -275,42 +293,55 @@ std::string& gSource = *new std::string;
 
 void configLoad() {
     std::string path = configPath();
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        int err = errno;
+    std::string text, error;
+    int err = 0;
+    if (!configReadFile(path, text, error, &err)) {
         if (err == ENOENT && std::getenv("PPPOEPLUS_CONF") == nullptr) {
             gSource = "built-in defaults (no " + path + ")";
         } else {
-            gSource = "built-in defaults (" + path + ": " + std::strerror(err) + ")";
-            platLog(PLAT_LOG_ERR, "cannot read configuration %s: %s", path.c_str(), std::strerror(err));
+            gSource = "built-in defaults (" + error + ")";
+            platLog(PLAT_LOG_ERR, "configuration: %s", error.c_str());
         }
         return;
     }
-    struct stat st;
-    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size > static_cast<off_t>(CONFIG_MAX_FILE)) {
-        platLog(PLAT_LOG_ERR, "configuration %s is not a regular file of at most %zu bytes; ignored", path.c_str(),
-                CONFIG_MAX_FILE);
-        gSource = "built-in defaults (" + path + " refused)";
-        ::close(fd);
-        return;
-    }
-    std::string text;
-    text.resize(static_cast<size_t>(st.st_size));
-    size_t got = 0;
-    while (got < text.size()) {
-        ssize_t n = ::read(fd, text.data() + got, text.size() - got);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
-        got += static_cast<size_t>(n);
-    }
-    ::close(fd);
-    text.resize(got);
     gConfig = configParse(text, path);
     for (const std::string& m : gConfig.messages) platLog(PLAT_LOG_WARNING, "%s", m.c_str());
     gSource = path;
 }
 
 }  // namespace
+
+bool configReadFile(const std::string& path, std::string& text, std::string& error, int* errnoOut) {
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        const int err = errno;
+        if (errnoOut != nullptr) *errnoOut = err;
+        error = path + ": " + std::strerror(err);
+        return false;
+    }
+    struct stat st;
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size > static_cast<off_t>(CONFIG_MAX_FILE)) {
+        error = path + ": not a regular file of at most " + std::to_string(CONFIG_MAX_FILE) + " bytes";
+        ::close(fd);
+        return false;
+    }
+    text.assign(static_cast<size_t>(st.st_size), '\0');
+    size_t got = 0;
+    while (got < text.size()) {
+        ssize_t n = ::read(fd, text.data() + got, text.size() - got);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) {
+            error = path + ": " + std::strerror(errno);
+            ::close(fd);
+            return false;
+        }
+        if (n == 0) break;
+        got += static_cast<size_t>(n);
+    }
+    ::close(fd);
+    text.resize(got);
+    return true;
+}
 
 std::string configPath() {
     const char* env = std::getenv("PPPOEPLUS_CONF");

@@ -52,6 +52,11 @@ std::optional<bool> configParseBool(std::string_view text);
 
 // ---- the process's configuration -----------------------------------------------
 
+// Reads a whole configuration file: a regular file of at most
+// CONFIG_MAX_FILE bytes. False with `error` ("path: why") and, when the file
+// could not be opened, the errno in `errnoOut`.
+bool configReadFile(const std::string& path, std::string& text, std::string& error, int* errnoOut = nullptr);
+
 // The configuration file: the path in PPPOEPLUS_CONF, else the default path.
 std::string configPath();
 

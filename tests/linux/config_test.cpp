@@ -120,6 +120,34 @@ TEST(ConfigParse, PortWordsAreChecked) {
     EXPECT_EQ(16u, s.subPort.value());
 }
 
+// The start-up options read truth values by their first character only; a
+// word such as "yes" or "on" is kept as written and read as the daemon
+// always read it, but the line is named, so the operator learns why the
+// agent did not come up as meant.
+TEST(ConfigParse, TruthWordsTheStartUpOptionsDoNotReadDrawAWarningNamingTheLine) {
+    auto c = configParse(
+        "pppoeplus.defaultenable = yes\n"
+        "pppoeplus.defaultportenable = on\n"
+        "pppoeplus.ethifenable = TRUE\n"
+        "pppoeplus.gponifenable = false\n"
+        "pppoeplus.ponaggifenable = 1\n"
+        "pppoeplus.enable = no\n"
+        "pppoeplus.enable = true\n"
+        "platform.announce = yes\n",
+        "f.conf");
+    ASSERT_EQ(5u, c.messages.size());
+    EXPECT_EQ("f.conf:1: pppoeplus.defaultenable takes true or false; 'yes' is read as neither and leaves the default",
+              c.messages[0]);
+    EXPECT_EQ("f.conf:2: pppoeplus.defaultportenable takes true or false; 'on' is read as neither and leaves the default",
+              c.messages[1]);
+    EXPECT_EQ("f.conf:5: pppoeplus.ponaggifenable takes true or false; '1' is read as neither and leaves the default",
+              c.messages[2]);
+    EXPECT_EQ("f.conf:6: pppoeplus.enable = 'no' lets the daemon start; only a value starting with f stops it",
+              c.messages[3]);
+    EXPECT_EQ("f.conf:7: 'pppoeplus.enable' given again, this line counts", c.messages[4]);
+    EXPECT_EQ("yes", c.values["pppoeplus.defaultenable"]) << "kept as written";
+}
+
 TEST(ConfigParse, Numbers) {
     uint32_t v = 0;
     EXPECT_TRUE(configParseU32("3561", v));

@@ -519,4 +519,50 @@ TEST_F(DaemonTest, AGroupMembersMalformedCallsLeaveTheAgentRunningForwardingAndM
     EXPECT_EQ(0, reply.result);
 }
 
+// The configuration file an operator named is the one the daemon runs on:
+// missing or unreadable, it ends the start with a clear message instead of
+// a start on the built-in defaults with the agent off.
+TEST(DaemonCommandLine, ANamedConfigurationThatCannotBeReadEndsTheStart) {
+    lt::TempDir dir;
+    std::string log = dir.path() + "/stderr.txt";
+    for (const std::string& conf : {dir.path() + "/missing.conf", dir.path()}) {
+        lt::Process p = lt::spawn({PPPOEPLUSD_PATH},
+                                  {"PPPOEPLUS_CONF=" + conf, "PPPOEPLUS_LOG=stderr", "PPPOEPLUS_ROOT=" + dir.path()}, log);
+        int status = lt::waitFor(p.pid, 10000);
+        ASSERT_NE(-1, status) << lt::readFile(log);
+        ASSERT_TRUE(WIFEXITED(status));
+        EXPECT_EQ(1, WEXITSTATUS(status));
+        EXPECT_TRUE(contains(lt::readFile(log), "the configuration named by PPPOEPLUS_CONF cannot be read (" + conf))
+            << lt::readFile(log);
+        struct stat st;
+        EXPECT_NE(0, ::stat((dir.path() + "/pppoeplusNm.socket").c_str(), &st)) << "nothing was started";
+    }
+}
+
+// --check-config reads a file as the daemon would and prints every line it
+// would ignore or not read as written, without starting anything.
+TEST(DaemonCommandLine, CheckConfigNamesEveryBadLineAndStartsNothing) {
+    lt::TempDir dir;
+    std::string good = dir.file("good.conf", "pppoeplus.defaultenable = true\nplatform.exclude = eth0\n");
+    std::string bad = dir.file("bad.conf",
+                               "pppoeplus.defaultenable = on\n# fine\nplatform.colour = red\nport.eth1 = kind=eth\n");
+    auto run = [&](const std::string& file, std::string& out) {
+        lt::Process p = lt::spawn({"sh", "-c", std::string(PPPOEPLUSD_PATH) + " --check-config " + file + " >" +
+                                                   dir.path() + "/out.txt"},
+                                  {}, dir.path() + "/err.txt");
+        int status = lt::waitFor(p.pid, 10000);
+        out = lt::readFile(dir.path() + "/out.txt") + lt::readFile(dir.path() + "/err.txt");
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    };
+    std::string out;
+    EXPECT_EQ(0, run(good, out)) << out;
+    EXPECT_TRUE(contains(out, good + ": no errors")) << out;
+    EXPECT_EQ(1, run(bad, out)) << out;
+    EXPECT_TRUE(contains(out, bad + ":1: pppoeplus.defaultenable takes true or false; 'on'")) << out;
+    EXPECT_TRUE(contains(out, bad + ":3: unknown setting 'platform.colour', ignored")) << out;
+    EXPECT_FALSE(contains(out, bad + ":4:")) << out;
+    EXPECT_EQ(1, run(dir.path() + "/none.conf", out)) << out;
+    EXPECT_TRUE(contains(out, "none.conf: No such file or directory")) << out;
+}
+
 }  // namespace
