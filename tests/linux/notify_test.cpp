@@ -143,6 +143,7 @@ TEST(NotifyWatchdog, AStuckWorkerStopsThePings) {
                           [] {
                               static uint32_t lock = silCreateMSem(0x1 | 0x4 | 0x8);
                               static std::atomic<bool> stop{false};
+                              static std::atomic<uint32_t> turns{0};
                               // The worker: take the lock, give it back, wait 10 ms; again.
                               uint32_t task = 0;
                               CHECK_EQ(0, silCreateTask(
@@ -153,16 +154,26 @@ TEST(NotifyWatchdog, AStuckWorkerStopsThePings) {
                                                       silGiveSem(lock);
                                                       zel_timeval tv{0, 10000};
                                                       zel_select(0, nullptr, nullptr, nullptr, &tv);
+                                                      turns++;
                                                   }
                                               },
                                               0, 0, &task));
-                              ::usleep(600000);
+                              // Each phase lasts a number of the worker's turns (at least
+                              // 10 ms each, 50 turns at least half a second, several
+                              // ping intervals of 50 ms), however slow the machine.
+                              auto waitTurns = [](uint32_t n) {
+                                  const uint32_t until = turns + n;
+                                  while (turns < until) ::usleep(5000);
+                              };
+                              waitTurns(50);
                               silTakeSem(lock, -1);
                               sd_notify(0, "PHASE=stuck");
+                              const uint32_t before = turns;
                               ::usleep(800000);
+                              CHECK_TRUE(turns <= before + 1);
                               sd_notify(0, "PHASE=turning");
                               silGiveSem(lock);
-                              ::usleep(600000);
+                              waitTurns(50);
                               stop = true;
                               ::usleep(50000);
                           });
