@@ -9,7 +9,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <string>
 #include <vector>
 
 #include "lt_netns.h"
@@ -203,6 +207,42 @@ TEST_F(HwRuleTest, ADeletedPortTakesItsRuleAlongAndAStaleTableIsReplaced) {
     std::string table = ns_->out("nft list table bridge pppoeplus");
     EXPECT_NE(std::string::npos, table.find("set ports")) << table;
     EXPECT_EQ(std::string::npos, table.find("old1")) << table;
+}
+
+// Ports in a namespace, their rules switched one by one: all of them reach
+// the set and leave it again, and what one change costs is printed.
+TEST(HwRuleCost, PerPortSwitching) {
+    LT_NEED_NETNS();
+    if (lt::sh("command -v nft >/dev/null 2>&1") != 0) GTEST_SKIP() << "the nft tool is not installed (apt-get install nftables)";
+    constexpr int PORTS = 20;
+    lt::Netns ns;
+    ASSERT_TRUE(ns.ok());
+    ASSERT_EQ(0, ns.sh("for i in $(seq 1 " + std::to_string(PORTS) + "); do ip link add c$i type veth peer name p$i; done"));
+    lt::TempDir dir;
+    std::string conf = dir.file("c.conf", "platform.hwrule = nft\n");
+    std::string figures = dir.path() + "/figures";
+    auto r = lt::runChild(ns.name(), {"PPPOEPLUS_CONF=" + conf, "PPPOEPLUS_LOG=stderr", "PPPOEPLUS_ROOT=" + dir.path()},
+                          [figures] {
+        using Clock = std::chrono::steady_clock;
+        auto t0 = Clock::now();
+        for (int i = 1; i <= PORTS; i++) CHECK_EQ(0, linuxplat::hwruleSet("p" + std::to_string(i), true));
+        auto t1 = Clock::now();
+        std::string set = lt::shOut("nft list set bridge pppoeplus ports");
+        for (int i = 1; i <= PORTS; i++) CHECK_TRUE(set.find("\"p" + std::to_string(i) + "\"") != std::string::npos);
+        auto t2 = Clock::now();
+        for (int i = 1; i <= PORTS; i++) CHECK_EQ(0, linuxplat::hwruleSet("p" + std::to_string(i), false));
+        auto t3 = Clock::now();
+        CHECK_TRUE(lt::shOut("nft list set bridge pppoeplus ports").find("\"p") == std::string::npos);
+        auto us = [](Clock::duration d) { return std::chrono::duration_cast<std::chrono::microseconds>(d).count(); };
+        std::ofstream(figures) << us(t1 - t0) / PORTS << " " << us(t3 - t2) / PORTS << "\n";
+        linuxplat::platformCleanup();
+    }, 120);
+    EXPECT_TRUE(r.ok()) << r.failures;
+    long on = 0;
+    long off = 0;
+    std::ifstream(figures) >> on >> off;
+    EXPECT_GT(on, 0);
+    std::printf("hardware rule, %d ports one by one: %ld us per port on, %ld us per port off\n", PORTS, on, off);
 }
 
 }  // namespace
