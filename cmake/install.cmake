@@ -112,8 +112,9 @@ if(PPPOEPLUS_DPKG)
   execute_process(COMMAND ${PPPOEPLUS_DPKG} --print-architecture OUTPUT_VARIABLE CPACK_DEBIAN_PACKAGE_ARCHITECTURE
                   OUTPUT_STRIP_TRAILING_WHITESPACE)
 endif()
-# The libraries' packages, as dpkg-shlibdeps finds them, and nft for the
-# hardware rule.
+# The libraries' packages, as dpkg-shlibdeps finds them (libnftables and
+# libmnl among them), and the nft tool with which an operator lists or
+# removes the hardware rule's table.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "nftables")
 # /etc/pppoeplus.conf is a conffile: an upgrade keeps the operator's edits.

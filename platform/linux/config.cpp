@@ -33,8 +33,8 @@ constexpr const char* TRUTH_OPTIONS[] = {
 
 constexpr const char* KNOWN_PLATFORM[] = {
     "platform.vendorid",   "platform.sysmac",     "platform.devicename", "platform.sysname",
-    "platform.exclude",    "platform.group",      "platform.hwrule",     "platform.nft",
-    "platform.nfttable",   "platform.tpid.single", "platform.tpid.outer", "platform.tpid.inner",
+    "platform.exclude",    "platform.group",      "platform.hwrule",     "platform.nfttable",
+    "platform.tpid.single", "platform.tpid.outer", "platform.tpid.inner",
     "platform.taskpolicy", "platform.loglevel",  "platform.announce",   "platform.rxring",
     "platform.requesttimeout", "platform.idletimeout",
 };

@@ -22,19 +22,26 @@ namespace linuxplat {
 std::string hwruleTableScript(const std::string& table);
 // Adding or removing one port name. Pure.
 std::string hwruleElementScript(const std::string& table, const std::string& ifName, bool add);
+// Adding or removing several port names in one command. Pure.
+std::string hwruleElementsScript(const std::string& table, const std::vector<std::string>& ifNames, bool add);
 
-// Switches the rule for `ifName` on or off. 0, or a platform error code.
+// Switches the rule for `ifName` on or off, in one nftables transaction
+// (loaded in process through libnftables). 0, or a platform error code.
 int hwruleSet(const std::string& ifName, bool on);
-// True while rules can be loaded (the nft tool is there and usable), false
-// when the platform runs without them (platform.hwrule = none, or auto with
-// no nft tool).
+// Switches the rules of every name in `ifNames` on or off in ONE
+// transaction: all of them change or none does (a name not in the set makes
+// switching off fail as a whole, as it does for hwruleSet). A name that is
+// not an interface name refuses the call before anything changes;
+// duplicates count once, an empty list changes nothing. 0, or a platform
+// error code.
+int hwruleSetMany(const std::vector<std::string>& ifNames, bool on);
+// True while rules can be loaded (libnftables works in this network
+// namespace, or platform.hwrule = nft requires it), false when the platform
+// runs without them (platform.hwrule = none, or auto where nftables does
+// not work).
 bool hwruleEnabled();
 // The process is ending: the table is left as it is, and rules switched
 // from now on (by threads still running) change nothing.
 void hwruleRelease();
-
-// Runs `nft -f -` with `script` on its standard input. 0 on success; else
-// the exit status (or -1) with what nft wrote in `errors`.
-int nftRun(const std::string& script, std::string& errors);
 
 }  // namespace linuxplat

@@ -2,6 +2,7 @@
 // start and kept current by a thread that follows rtnetlink link messages.
 // The thread also turns link changes into the platform's route messages.
 // Per-port protocol states (software trap, hardware rule) live here too.
+#include <libmnl/libmnl.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
@@ -12,6 +13,7 @@
 #include <csignal>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <pthread.h>
 #include <shared_mutex>
@@ -39,7 +41,6 @@ LinkTable& gTable = *new LinkTable;
 // Bumped (under the table's lock) whenever the table changes: answers
 // computed from an older table are not used again.
 std::atomic<uint64_t> gTableGeneration{1};
-int gEventsFd = -1;
 
 struct ProtoState {
     bool dflt = false;
@@ -55,58 +56,67 @@ auto& gTrap = *new std::unordered_set<int32_t>;  // units whose software trap is
 
 std::string& gHostName = *new std::string;
 
-int nlOpen(uint32_t groups) {
-    int fd = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
-    if (fd < 0) return -1;
-    struct sockaddr_nl addr;
-    std::memset(&addr, 0, sizeof(addr));
-    addr.nl_family = AF_NETLINK;
-    addr.nl_groups = groups;
-    if (::bind(fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) != 0) {
-        ::close(fd);
-        return -1;
+struct NlClose {
+    void operator()(struct mnl_socket* nl) const { mnl_socket_close(nl); }
+};
+using NlSocket = std::unique_ptr<struct mnl_socket, NlClose>;
+
+// Never closed: the event thread reads it until the process ends.
+struct mnl_socket* gEvents = nullptr;
+std::atomic<uint32_t> gDumpSeq{1};
+
+// An rtnetlink socket joined to `groups`; null (errno set) on failure.
+NlSocket nlOpen(unsigned groups) {
+    NlSocket nl(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC));
+    if (!nl) return nl;
+    if (mnl_socket_bind(nl.get(), groups, MNL_SOCKET_AUTOPID) < 0) {
+        int e = errno;
+        nl.reset();
+        errno = e;
     }
-    return fd;
+    return nl;
 }
 
-// Reads every link the kernel has. False when the dump failed.
-bool nlDump(std::map<int32_t, LinkInfo>& out) {
-    int fd = nlOpen(0);
-    if (fd < 0) return false;
-    struct {
-        struct nlmsghdr h;
-        struct ifinfomsg ifi;
-    } req;
-    std::memset(&req, 0, sizeof(req));
-    req.h.nlmsg_len = sizeof(req);
-    req.h.nlmsg_type = RTM_GETLINK;
-    req.h.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
-    req.h.nlmsg_seq = 1;
-    req.ifi.ifi_family = AF_UNSPEC;
-    struct sockaddr_nl kernel;
-    std::memset(&kernel, 0, sizeof(kernel));
-    kernel.nl_family = AF_NETLINK;
-    if (::sendto(fd, &req, sizeof(req), 0, reinterpret_cast<struct sockaddr*>(&kernel), sizeof(kernel)) < 0) {
-        ::close(fd);
-        return false;
-    }
+// One dump of every link; its messages carry the request's sequence number
+// and the socket's port id, and libmnl takes only the kernel's.
+enum class Dump { Ok, Failed, Interrupted };
+Dump nlDumpOnce(std::map<int32_t, LinkInfo>& out) {
+    NlSocket nl = nlOpen(0);
+    if (!nl) return Dump::Failed;
+    uint32_t seq = gDumpSeq.fetch_add(1, std::memory_order_relaxed);
+    std::vector<uint8_t> req = rtnlDumpRequest(seq);
+    if (mnl_socket_sendto(nl.get(), req.data(), req.size()) < 0) return Dump::Failed;
+    uint32_t portid = mnl_socket_get_portid(nl.get());
     std::vector<uint8_t> buf(NL_BUF_LEN);
-    bool ok = false;
     for (;;) {
-        ssize_t n = ::recv(fd, buf.data(), buf.size(), 0);
+        ssize_t n = mnl_socket_recvfrom(nl.get(), buf.data(), buf.size());
         if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
-        NlWalk w = rtnlWalk(buf.data(), static_cast<size_t>(n), [&](LinkEvent ev, const LinkInfo& link) {
-            if (ev == LinkEvent::New) out[link.ifindex] = link;
-        });
-        if (w.malformed || w.error != 0) break;
-        if (w.done) {
-            ok = true;
-            break;
-        }
+        if (n <= 0) return Dump::Failed;
+        NlWalk w = rtnlWalk(
+            buf.data(), static_cast<size_t>(n),
+            [&](LinkEvent ev, const LinkInfo& link) {
+                if (ev == LinkEvent::New) out[link.ifindex] = link;
+            },
+            seq, portid);
+        if (w.interrupted) return Dump::Interrupted;
+        if (w.malformed || w.error != 0) return Dump::Failed;
+        if (w.done) return Dump::Ok;
     }
-    ::close(fd);
-    return ok;
+}
+
+// Reads every link the kernel has. False when the dump failed. A dump the
+// kernel marks as interrupted (links changed while it ran) is read again.
+bool nlDump(std::map<int32_t, LinkInfo>& out) {
+    for (int attempt = 0; attempt < 5; attempt++) {
+        std::map<int32_t, LinkInfo> links;
+        Dump d = nlDumpOnce(links);
+        if (d == Dump::Ok) {
+            out = std::move(links);
+            return true;
+        }
+        if (d == Dump::Failed) return false;
+    }
+    return false;
 }
 
 // After a link is gone or renamed: its hardware rule follows the name.
@@ -175,10 +185,17 @@ void* eventThread(void*) {
     pthread_sigmask(SIG_BLOCK, &all, nullptr);
     std::vector<uint8_t> buf(NL_BUF_LEN);
     for (;;) {
-        ssize_t n = ::recv(gEventsFd, buf.data(), buf.size(), 0);
+        // libmnl takes the kernel's messages only: one another process
+        // addressed to this socket is refused (ESRCH), one larger than the
+        // buffer reported (ENOSPC).
+        ssize_t n = mnl_socket_recvfrom(gEvents, buf.data(), buf.size());
         if (n < 0) {
             if (errno == EINTR) continue;
-            if (errno == ENOBUFS) {
+            if (errno == ESRCH) {
+                platLog(PLAT_LOG_WARNING, "interface database: a link message not from the kernel ignored");
+                continue;
+            }
+            if (errno == ENOBUFS || errno == ENOSPC) {
                 platLog(PLAT_LOG_WARNING, "interface database: link events lost; re-reading the links");
                 resync();
                 continue;
@@ -205,13 +222,14 @@ void start() {
     gTable.excluded = [](const std::string& name) { return configExcluded(name); };
 
     // Subscribe before the dump so that no change falls between the two.
-    gEventsFd = nlOpen(RTMGRP_LINK);
-    if (gEventsFd < 0) {
+    gEvents = nlOpen(RTMGRP_LINK).release();
+    if (gEvents == nullptr) {
         platLog(PLAT_LOG_ERR, "interface database: cannot open rtnetlink: %s", std::strerror(errno));
     } else {
+        int fd = mnl_socket_get_fd(gEvents);
         int size = 4 << 20;
-        if (::setsockopt(gEventsFd, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof(size)) != 0)
-            (void)::setsockopt(gEventsFd, SOL_SOCKET, SO_RCVBUF, &size, sizeof(size));
+        if (::setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof(size)) != 0)
+            (void)::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &size, sizeof(size));
     }
     std::map<int32_t, LinkInfo> links;
     if (!nlDump(links)) platLog(PLAT_LOG_ERR, "interface database: reading the links failed");
@@ -224,7 +242,7 @@ void start() {
         if (ifdbUnitByName(m.first) == 0)
             platLog(PLAT_LOG_INFO, "port %s of the configuration does not exist (yet)", m.first.c_str());
 
-    if (gEventsFd >= 0) {
+    if (gEvents != nullptr) {
         pthread_t tid;
         pthread_attr_t attr;
         pthread_attr_init(&attr);

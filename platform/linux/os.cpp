@@ -119,7 +119,7 @@ void startDaemonProcess() {
         markDaemonProcess();
         // Capabilities belong to threads, and a thread starts with its
         // creator's: dropped here, before the daemon's first thread, they are
-        // dropped for every thread and every child (the nft tool) to come.
+        // dropped for every thread to come.
         dropPrivileges();
     });
 }

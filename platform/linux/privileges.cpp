@@ -27,7 +27,8 @@ struct Need {
 std::vector<int> runtimeCapabilities() {
     // CAP_NET_RAW: the packet socket. CAP_NET_ADMIN: a receive buffer beyond
     // net.core.rmem_max (SO_RCVBUFFORCE) when the agent is switched on, and
-    // the nft tool the hardware rule runs (root's child gets the bounding set).
+    // the hardware rule's nftables transactions, which libnftables runs on
+    // the thread that switches the rule (no child process).
     // Reading links and following rtnetlink need none; no interface is made.
     std::vector<int> caps = {CAP_NET_RAW, CAP_NET_ADMIN};
     // The command service's socket is handed to platform.group.
@@ -51,7 +52,6 @@ void dropPrivileges() {
         return;
     }
     std::vector<int> want = runtimeCapabilities();
-    bool root = ::geteuid() == 0;
     // Only what the process has can be kept; what is missing is said.
     std::vector<int> keep;
     std::string kept;
@@ -68,16 +68,11 @@ void dropPrivileges() {
         kept += need->name;
     }
     capng_clear(CAPNG_SELECT_ALL);
-    for (int cap : keep) {
+    // Nothing inheritable or ambient: the daemon runs no program that would need them.
+    for (int cap : keep)
         capng_update(CAPNG_ADD,
                      static_cast<capng_type_t>(CAPNG_EFFECTIVE | CAPNG_PERMITTED | CAPNG_BOUNDING_SET),
                      static_cast<unsigned>(cap));
-        // A daemon that is not root passes CAP_NET_ADMIN on to the nft tool
-        // through its ambient set; root's child gets the bounding set anyway.
-        if (!root && cap == CAP_NET_ADMIN)
-            capng_update(CAPNG_ADD, static_cast<capng_type_t>(CAPNG_INHERITABLE | CAPNG_AMBIENT),
-                         static_cast<unsigned>(cap));
-    }
     int rc = capng_apply(CAPNG_SELECT_ALL);
     if (rc != 0) {
         // Without CAP_SETPCAP the bounding set stays; the process's own sets still go.

@@ -1,6 +1,7 @@
 // Kernel link messages in, platform route messages out.
 #include "platform/linux/rtnl.h"
 
+#include <libmnl/libmnl.h>
 #include <linux/if.h>
 #include <linux/if_arp.h>
 #include <linux/if_link.h>
@@ -8,6 +9,9 @@
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
 
+#include <algorithm>
+#include <array>
+#include <cerrno>
 #include <cstring>
 
 #include "platform/types.h"
@@ -16,29 +20,45 @@ namespace linuxplat {
 
 namespace {
 
-template <typename T>
-T readHost(const uint8_t* p) {
-    T v;
-    std::memcpy(&v, p, sizeof(v));
-    return v;
-}
-
 constexpr size_t align4(size_t n) { return (n + 3u) & ~static_cast<size_t>(3u); }
 
-// Walks route attributes of `len` bytes; stops quietly at one that does not fit.
+// Walks the attributes in `len` bytes at `payload` with libmnl, handing each
+// to `f` (false: the attribute is refused and the walk stops). libmnl stops
+// quietly at an attribute that does not fit; such an attribute is caught
+// here by checking that the walk reached the end (bytes too few for an
+// attribute header are padding). True when every attribute fitted and was
+// taken.
 template <typename F>
-bool walkAttrs(const uint8_t* p, size_t len, F&& f) {
-    size_t off = 0;
-    while (len - off >= sizeof(struct rtattr)) {
-        uint16_t alen = readHost<uint16_t>(p + off);
-        uint16_t atype = readHost<uint16_t>(p + off + 2);
-        if (alen < sizeof(struct rtattr) || alen > len - off) return false;
-        f(static_cast<uint16_t>(atype & NLA_TYPE_MASK), p + off + sizeof(struct rtattr), alen - sizeof(struct rtattr));
-        size_t step = align4(alen);
-        if (step >= len - off) return true;
-        off += step;
-    }
-    return off == len || len - off < sizeof(struct rtattr);
+bool parseAttrs(const void* payload, size_t len, F&& f) {
+    struct Walk {
+        F* f;
+        const uint8_t* reached;
+    };
+    const uint8_t* begin = static_cast<const uint8_t*>(payload);
+    Walk walk{&f, begin};
+    int rc = mnl_attr_parse_payload(
+        payload, len,
+        [](const struct nlattr* a, void* data) -> int {
+            auto* w = static_cast<Walk*>(data);
+            w->reached = reinterpret_cast<const uint8_t*>(a) + MNL_ALIGN(a->nla_len);
+            return (*w->f)(a) ? MNL_CB_OK : MNL_CB_ERROR;
+        },
+        &walk);
+    if (rc != MNL_CB_OK) return false;
+    size_t used = std::min(static_cast<size_t>(walk.reached - begin), len);
+    return len - used < sizeof(struct nlattr);
+}
+
+// A string attribute as the kernel writes it: NUL-terminated, at most
+// `max` characters before the NUL.
+bool stringAttr(const struct nlattr* a, size_t max, std::string& out) {
+    if (mnl_attr_validate(a, MNL_TYPE_NUL_STRING) < 0) return false;
+    size_t n = mnl_attr_get_payload_len(a) - 1;
+    const char* s = mnl_attr_get_str(a);
+    n = strnlen(s, n);
+    if (n > max) return false;
+    out.assign(s, n);
+    return true;
 }
 
 void putBe16(std::vector<uint8_t>& m, size_t off, uint16_t v) {
@@ -87,36 +107,32 @@ bool rtnlParseLink(const uint8_t* body, size_t len, LinkInfo& out) {
     link.ifindex = ifi.ifi_index;
     link.arphrd = ifi.ifi_type;
     link.flags = ifi.ifi_flags;
-    size_t attrOff = NLMSG_ALIGN(sizeof(struct ifinfomsg));
+    size_t attrOff = MNL_ALIGN(sizeof(struct ifinfomsg));
     if (attrOff > len) return false;
-    bool ok = walkAttrs(body + attrOff, len - attrOff, [&](uint16_t type, const uint8_t* v, size_t vlen) {
-        switch (type) {
-            case IFLA_IFNAME: {
-                size_t n = strnlen(reinterpret_cast<const char*>(v), vlen);
-                if (n >= IFNAMSIZ) n = IFNAMSIZ - 1;
-                link.name.assign(reinterpret_cast<const char*>(v), n);
-                break;
-            }
+    bool ok = parseAttrs(body + attrOff, len - attrOff, [&](const struct nlattr* a) {
+        switch (mnl_attr_get_type(a)) {
+            case IFLA_IFNAME:
+                return stringAttr(a, IFNAMSIZ - 1, link.name);
             case IFLA_ADDRESS:
-                if (vlen == 6) {
-                    std::memcpy(link.mac, v, 6);
+                // Ethernet-like links only: other hardware addresses (tunnels,
+                // InfiniBand) have other lengths and are not kept.
+                if (mnl_attr_get_payload_len(a) == 6) {
+                    std::memcpy(link.mac, mnl_attr_get_payload(a), 6);
                     link.hasMac = true;
                 }
-                break;
+                return true;
             case IFLA_MASTER:
-                if (vlen >= 4) link.master = readHost<int32_t>(v);
-                break;
+                if (mnl_attr_validate(a, MNL_TYPE_U32) < 0) return false;
+                link.master = static_cast<int32_t>(mnl_attr_get_u32(a));
+                return true;
             case IFLA_LINKINFO:
-                walkAttrs(v, vlen, [&](uint16_t t2, const uint8_t* v2, size_t l2) {
-                    if (t2 == IFLA_INFO_KIND) {
-                        size_t n = strnlen(reinterpret_cast<const char*>(v2), l2);
-                        if (n > 32) n = 32;
-                        link.linkKind.assign(reinterpret_cast<const char*>(v2), n);
-                    }
+                if (mnl_attr_validate(a, MNL_TYPE_NESTED) < 0) return false;
+                return parseAttrs(mnl_attr_get_payload(a), mnl_attr_get_payload_len(a), [&](const struct nlattr* in) {
+                    if (mnl_attr_get_type(in) != IFLA_INFO_KIND) return true;
+                    return stringAttr(in, 32, link.linkKind);
                 });
-                break;
             default:
-                break;
+                return true;
         }
     });
     if (!ok || link.ifindex <= 0) return false;
@@ -124,58 +140,116 @@ bool rtnlParseLink(const uint8_t* body, size_t len, LinkInfo& out) {
     return true;
 }
 
-NlWalk rtnlWalk(const uint8_t* buf, size_t len, const std::function<void(LinkEvent, const LinkInfo&)>& onLink) {
+namespace {
+
+// What the callbacks of one walk share.
+struct WalkState {
+    NlWalk* walk;
+    const std::function<void(LinkEvent, const LinkInfo&)>* onLink;
+    const uint8_t* reached;  // end of the last message libmnl handed over
+    bool stoppedHere;        // a callback (not libmnl) ended the walk with an error
+};
+
+void reach(WalkState* st, const struct nlmsghdr* nlh) {
+    st->reached = reinterpret_cast<const uint8_t*>(nlh) + MNL_ALIGN(nlh->nlmsg_len);
+}
+
+int onData(const struct nlmsghdr* nlh, void* data) {
+    auto* st = static_cast<WalkState*>(data);
+    reach(st, nlh);
+    if (nlh->nlmsg_type != RTM_NEWLINK && nlh->nlmsg_type != RTM_DELLINK) return MNL_CB_OK;
+    const auto* body = static_cast<const uint8_t*>(mnl_nlmsg_get_payload(nlh));
+    size_t bodyLen = mnl_nlmsg_get_payload_len(nlh);
+    // A bridge also reports its ports in messages of its own family (a port
+    // leaving the bridge is such a "deleted link"): only the links themselves
+    // count.
+    if (bodyLen >= sizeof(struct ifinfomsg)) {
+        struct ifinfomsg ifi;
+        std::memcpy(&ifi, body, sizeof(ifi));
+        if (ifi.ifi_family != AF_UNSPEC) return MNL_CB_OK;
+    }
+    LinkInfo link;
+    if (!rtnlParseLink(body, bodyLen, link)) {
+        st->walk->malformed = true;
+        st->stoppedHere = true;
+        return MNL_CB_ERROR;
+    }
+    st->walk->links++;
+    (*st->onLink)(nlh->nlmsg_type == RTM_NEWLINK ? LinkEvent::New : LinkEvent::Del, link);
+    return MNL_CB_OK;
+}
+
+int onSkip(const struct nlmsghdr* nlh, void* data) {
+    reach(static_cast<WalkState*>(data), nlh);
+    return MNL_CB_OK;
+}
+
+int onDone(const struct nlmsghdr* nlh, void* data) {
+    auto* st = static_cast<WalkState*>(data);
+    reach(st, nlh);
+    st->walk->done = true;
+    return MNL_CB_STOP;
+}
+
+int onError(const struct nlmsghdr* nlh, void* data) {
+    auto* st = static_cast<WalkState*>(data);
+    reach(st, nlh);
+    if (mnl_nlmsg_get_payload_len(nlh) >= sizeof(int32_t)) {
+        int32_t e;
+        std::memcpy(&e, mnl_nlmsg_get_payload(nlh), sizeof(e));
+        st->walk->error = e < 0 ? -e : e;
+    } else {
+        st->walk->error = -1;
+    }
+    return MNL_CB_STOP;
+}
+
+// The control messages (types below NLMSG_MIN_TYPE): done and error end
+// the walk, the others are passed over. (libmnl takes the table as mutable.)
+std::array<mnl_cb_t, NLMSG_MIN_TYPE> controlCallbacks() {
+    std::array<mnl_cb_t, NLMSG_MIN_TYPE> cbs{};
+    cbs.fill(onSkip);
+    cbs[NLMSG_ERROR] = onError;
+    cbs[NLMSG_DONE] = onDone;
+    return cbs;
+}
+
+}  // namespace
+
+NlWalk rtnlWalk(const uint8_t* buf, size_t len, const std::function<void(LinkEvent, const LinkInfo&)>& onLink,
+                uint32_t seq, uint32_t portid) {
     NlWalk w;
     if (buf == nullptr) return w;
-    size_t off = 0;
-    while (len - off >= sizeof(struct nlmsghdr)) {
-        struct nlmsghdr h;
-        std::memcpy(&h, buf + off, sizeof(h));
-        if (h.nlmsg_len < sizeof(struct nlmsghdr) || h.nlmsg_len > len - off) {
-            w.malformed = true;
-            return w;
-        }
-        const uint8_t* body = buf + off + NLMSG_HDRLEN;
-        size_t bodyLen = h.nlmsg_len - NLMSG_HDRLEN;
-        switch (h.nlmsg_type) {
-            case NLMSG_DONE:
-                w.done = true;
-                return w;
-            case NLMSG_ERROR:
-                if (bodyLen >= sizeof(int32_t)) {
-                    int32_t e = readHost<int32_t>(body);
-                    w.error = e < 0 ? -e : e;
-                } else {
-                    w.error = -1;
-                }
-                return w;
-            case RTM_NEWLINK:
-            case RTM_DELLINK: {
-                // A bridge also reports its ports in messages of its own family
-                // (a port leaving the bridge is such a "deleted link"): only the
-                // links themselves count.
-                if (bodyLen >= sizeof(struct ifinfomsg)) {
-                    struct ifinfomsg ifi;
-                    std::memcpy(&ifi, body, sizeof(ifi));
-                    if (ifi.ifi_family != AF_UNSPEC) break;
-                }
-                LinkInfo link;
-                if (!rtnlParseLink(body, bodyLen, link)) {
-                    w.malformed = true;
-                    return w;
-                }
-                w.links++;
-                onLink(h.nlmsg_type == RTM_NEWLINK ? LinkEvent::New : LinkEvent::Del, link);
-                break;
-            }
-            default:
-                break;
-        }
-        size_t step = NLMSG_ALIGN(h.nlmsg_len);
-        if (step >= len - off) break;
-        off += step;
+    WalkState st{&w, &onLink, buf, false};
+    std::array<mnl_cb_t, NLMSG_MIN_TYPE> control = controlCallbacks();
+    errno = 0;
+    int rc = mnl_cb_run2(buf, len, seq, portid, onData, &st, control.data(), control.size());
+    if (rc == MNL_CB_ERROR && !st.stoppedHere) {
+        // libmnl's own checks: an interrupted dump (the links changed while
+        // it ran), or a message of another request or sender.
+        if (errno == EINTR) w.interrupted = true;
+        else w.malformed = true;
+        return w;
+    }
+    if (rc == MNL_CB_OK) {
+        // libmnl stops quietly at a message that does not fit: bytes left
+        // that hold a header are one.
+        size_t used = std::min(static_cast<size_t>(st.reached - buf), len);
+        if (len - used >= sizeof(struct nlmsghdr)) w.malformed = true;
     }
     return w;
+}
+
+std::vector<uint8_t> rtnlDumpRequest(uint32_t seq) {
+    std::vector<uint8_t> buf(MNL_NLMSG_HDRLEN + MNL_ALIGN(sizeof(struct ifinfomsg)), 0);
+    struct nlmsghdr* nlh = mnl_nlmsg_put_header(buf.data());
+    nlh->nlmsg_type = RTM_GETLINK;
+    nlh->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    nlh->nlmsg_seq = seq;
+    auto* ifi = static_cast<struct ifinfomsg*>(mnl_nlmsg_put_extra_header(nlh, sizeof(struct ifinfomsg)));
+    ifi->ifi_family = AF_UNSPEC;
+    buf.resize(nlh->nlmsg_len);
+    return buf;
 }
 
 // ---- kind, position, flags -----------------------------------------------------------------

@@ -37,18 +37,28 @@ enum class LinkEvent { New, Del };
 struct NlWalk {
     bool done = false;       // NLMSG_DONE seen
     int error = 0;           // NLMSG_ERROR seen: its (positive) error number, or -1 for an ack-less error
-    bool malformed = false;  // a message or attribute that does not fit; the walk stopped there
+    bool malformed = false;  // a message or attribute that does not fit or is refused, or a message of
+                             // another request; the walk stopped there
+    bool interrupted = false;  // the kernel says the dump was interrupted (links changed meanwhile): read again
     size_t links = 0;        // link messages handed to the callback
 };
 
 // Walks the netlink messages in `buf` (host byte order, as the kernel writes
-// them) and hands every RTM_NEWLINK / RTM_DELLINK to `onLink`. Never reads
-// outside the `len` bytes.
-NlWalk rtnlWalk(const uint8_t* buf, size_t len, const std::function<void(LinkEvent, const LinkInfo&)>& onLink);
+// them) with libmnl and hands every RTM_NEWLINK / RTM_DELLINK to `onLink`.
+// Never reads outside the `len` bytes. A `seq` or `portid` other than 0
+// refuses messages that carry another (those of the kernel's answer to
+// another request).
+NlWalk rtnlWalk(const uint8_t* buf, size_t len, const std::function<void(LinkEvent, const LinkInfo&)>& onLink,
+                uint32_t seq = 0, uint32_t portid = 0);
 
 // Reads one link message body (struct ifinfomsg and its attributes) of
-// `len` bytes. False when it does not fit.
+// `len` bytes. False when it does not fit, or when an attribute it uses is
+// not what the kernel writes (a name without its NUL or longer than an
+// interface name, a master that is not 32 bits, a kind longer than 32).
 bool rtnlParseLink(const uint8_t* body, size_t len, LinkInfo& out);
+
+// The request for a dump of every link (RTM_GETLINK), sequence number `seq`.
+std::vector<uint8_t> rtnlDumpRequest(uint32_t seq);
 
 // ---- kind, position and flags ------------------------------------------------------------
 

@@ -196,7 +196,7 @@ TEST(ConfigExample, ReadsWithoutComplaintAndNamesEveryKey) {
           "pppoeplus.defaultenable", "pppoeplus.defaultportenable", "pppoeplus.ethifenable",
           "pppoeplus.ethaggifenable", "pppoeplus.gponifenable", "pppoeplus.ponaggifenable", "platform.vendorid",
           "platform.sysmac", "platform.devicename", "platform.sysname", "platform.exclude", "platform.group",
-          "platform.hwrule", "platform.nft", "platform.nfttable", "platform.tpid.single", "platform.tpid.outer",
+          "platform.hwrule", "platform.nfttable", "platform.tpid.single", "platform.tpid.outer",
           "platform.tpid.inner", "platform.taskpolicy", "platform.loglevel", "platform.announce",
           "platform.requesttimeout", "platform.idletimeout", "port.eth1"})
         EXPECT_NE(std::string::npos, text.find(std::string(key) + " = ")) << key;

@@ -1,15 +1,28 @@
 // The hardware rule: nftables bridge rules that stop discovery frames from a
 // port being bridged, while the packet socket still sees them.
 #include <arpa/inet.h>
+#include <cap-ng.h>
+#include <libmnl/libmnl.h>
+#include <linux/capability.h>
+#include <linux/netfilter/nf_tables.h>
+#include <linux/netfilter/nfnetlink.h>
 #include <gtest/gtest.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
 #include <poll.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
 #include <vector>
 
 #include "lt_netns.h"
@@ -32,6 +45,10 @@ TEST(HwRuleScript, TableAndElements) {
     EXPECT_EQ("add element bridge pppoeplus ports { \"eth1\" }\n",
               linuxplat::hwruleElementScript("pppoeplus", "eth1", true));
     EXPECT_EQ("delete element bridge lab ports { \"eth1\" }\n", linuxplat::hwruleElementScript("lab", "eth1", false));
+    EXPECT_EQ("add element bridge lab ports { \"p1\", \"p2\", \"p3\" }\n",
+              linuxplat::hwruleElementsScript("lab", {"p1", "p2", "p3"}, true));
+    EXPECT_EQ("delete element bridge lab ports { \"p1\", \"p2\" }\n",
+              linuxplat::hwruleElementsScript("lab", {"p1", "p2"}, false));
 }
 
 const uint8_t CLIENT[6] = {0x02, 0x00, 0x00, 0x00, 0x0c, 0x01};
@@ -203,6 +220,245 @@ TEST_F(HwRuleTest, ADeletedPortTakesItsRuleAlongAndAStaleTableIsReplaced) {
     std::string table = ns_->out("nft list table bridge pppoeplus");
     EXPECT_NE(std::string::npos, table.find("set ports")) << table;
     EXPECT_EQ(std::string::npos, table.find("old1")) << table;
+}
+
+// Ports in a namespace, their rules switched one by one: all of them reach
+// the set and leave it again, and what one change costs is printed.
+TEST(HwRuleCost, PerPortSwitching) {
+    LT_NEED_NETNS();
+    if (lt::sh("command -v nft >/dev/null 2>&1") != 0) GTEST_SKIP() << "the nft tool is not installed (apt-get install nftables)";
+    constexpr int PORTS = 20;
+    lt::Netns ns;
+    ASSERT_TRUE(ns.ok());
+    ASSERT_EQ(0, ns.sh("for i in $(seq 1 " + std::to_string(PORTS) + "); do ip link add c$i type veth peer name p$i; done"));
+    lt::TempDir dir;
+    std::string conf = dir.file("c.conf", "platform.hwrule = nft\n");
+    std::string figures = dir.path() + "/figures";
+    auto r = lt::runChild(ns.name(), {"PPPOEPLUS_CONF=" + conf, "PPPOEPLUS_LOG=stderr", "PPPOEPLUS_ROOT=" + dir.path()},
+                          [figures] {
+        using Clock = std::chrono::steady_clock;
+        auto t0 = Clock::now();
+        for (int i = 1; i <= PORTS; i++) CHECK_EQ(0, linuxplat::hwruleSet("p" + std::to_string(i), true));
+        auto t1 = Clock::now();
+        std::string set = lt::shOut("nft list set bridge pppoeplus ports");
+        for (int i = 1; i <= PORTS; i++) CHECK_TRUE(set.find("\"p" + std::to_string(i) + "\"") != std::string::npos);
+        auto t2 = Clock::now();
+        for (int i = 1; i <= PORTS; i++) CHECK_EQ(0, linuxplat::hwruleSet("p" + std::to_string(i), false));
+        auto t3 = Clock::now();
+        CHECK_TRUE(lt::shOut("nft list set bridge pppoeplus ports").find("\"p") == std::string::npos);
+        auto us = [](Clock::duration d) { return std::chrono::duration_cast<std::chrono::microseconds>(d).count(); };
+        std::ofstream(figures) << us(t1 - t0) / PORTS << " " << us(t3 - t2) / PORTS << "\n";
+        linuxplat::platformCleanup();
+    }, 120);
+    EXPECT_TRUE(r.ok()) << r.failures;
+    long on = 0;
+    long off = 0;
+    std::ifstream(figures) >> on >> off;
+    EXPECT_GT(on, 0);
+    std::printf("hardware rule, %d ports one by one: %ld us per port on, %ld us per port off\n", PORTS, on, off);
+}
+
+// The ruleset generation of this network namespace (NFT_MSG_GETGEN): every
+// committed nftables transaction advances it by one. 0 when it cannot be read.
+uint32_t nftGeneration() {
+    struct mnl_socket* nl = mnl_socket_open(NETLINK_NETFILTER);
+    if (nl == nullptr) return 0;
+    uint32_t gen = 0;
+    if (mnl_socket_bind(nl, 0, MNL_SOCKET_AUTOPID) == 0) {
+        std::vector<uint8_t> buf(MNL_SOCKET_BUFFER_SIZE);
+        struct nlmsghdr* nlh = mnl_nlmsg_put_header(buf.data());
+        nlh->nlmsg_type = (NFNL_SUBSYS_NFTABLES << 8) | NFT_MSG_GETGEN;
+        nlh->nlmsg_flags = NLM_F_REQUEST;
+        nlh->nlmsg_seq = 1;
+        auto* nfg = static_cast<struct nfgenmsg*>(mnl_nlmsg_put_extra_header(nlh, sizeof(struct nfgenmsg)));
+        nfg->nfgen_family = AF_UNSPEC;
+        nfg->version = NFNETLINK_V0;
+        if (mnl_socket_sendto(nl, nlh, nlh->nlmsg_len) >= 0) {
+            ssize_t n = mnl_socket_recvfrom(nl, buf.data(), buf.size());
+            if (n > 0) {
+                mnl_cb_run(
+                    buf.data(), static_cast<size_t>(n), 1, mnl_socket_get_portid(nl),
+                    [](const struct nlmsghdr* m, void* data) -> int {
+                        return mnl_attr_parse(
+                            m, sizeof(struct nfgenmsg),
+                            [](const struct nlattr* a, void* d) -> int {
+                                if (mnl_attr_get_type(a) == NFTA_GEN_ID && mnl_attr_validate(a, MNL_TYPE_U32) == 0)
+                                    *static_cast<uint32_t*>(d) = ntohl(mnl_attr_get_u32(a));
+                                return MNL_CB_OK;
+                            },
+                            data);
+                    },
+                    &gen);
+            }
+        }
+    }
+    mnl_socket_close(nl);
+    return gen;
+}
+
+// The names in the hardware rule's set, as the nft tool lists them.
+std::vector<std::string> setNames() {
+    std::string out = lt::shOut("nft list set bridge pppoeplus ports 2>/dev/null");
+    std::vector<std::string> names;
+    for (size_t at = out.find('"'); at != std::string::npos; at = out.find('"', at)) {
+        size_t end = out.find('"', at + 1);
+        if (end == std::string::npos) break;
+        names.push_back(out.substr(at + 1, end - at - 1));
+        at = end + 1;
+    }
+    return names;
+}
+
+std::vector<std::string> portNames(int from, int to) {
+    std::vector<std::string> names;
+    for (int i = from; i <= to; i++) names.push_back("p" + std::to_string(i));
+    return names;
+}
+
+// An agent switched on with 180 ports: their rules go in with one call, in
+// one transaction, and go out the same way; bad input changes nothing.
+TEST(HwRuleBatch, ManyPortsInOneTransaction) {
+    LT_NEED_NETNS();
+    if (lt::sh("command -v nft >/dev/null 2>&1") != 0) GTEST_SKIP() << "the nft tool is not installed (apt-get install nftables)";
+    constexpr int PORTS = 180;
+    lt::Netns ns;
+    ASSERT_TRUE(ns.ok());
+    lt::TempDir dir;
+    std::string batch = dir.file("links.batch", [] {
+        std::string b;
+        for (int i = 1; i <= PORTS; i++) b += "link add c" + std::to_string(i) + " type veth peer name p" + std::to_string(i) + "\n";
+        return b;
+    }());
+    ASSERT_EQ(0, ns.sh("ip -batch " + batch));
+    {
+        std::istringstream links(ns.out("ip -o link show type veth"));
+        int ports = 0;
+        for (std::string line; std::getline(links, line);)
+            if (line.find(": p") != std::string::npos && line.find(": p") < line.find('@')) ports++;
+        ASSERT_EQ(PORTS, ports);
+    }
+    std::string conf = dir.file("c.conf", "platform.hwrule = nft\n");
+    std::string figures = dir.path() + "/figures";
+    auto r = lt::runChild(ns.name(), {"PPPOEPLUS_CONF=" + conf, "PPPOEPLUS_LOG=stderr", "PPPOEPLUS_ROOT=" + dir.path()},
+                          [figures] {
+        using Clock = std::chrono::steady_clock;
+        auto us = [](Clock::duration d) { return static_cast<long>(std::chrono::duration_cast<std::chrono::microseconds>(d).count()); };
+        const std::vector<std::string> all = portNames(1, PORTS);
+        uint32_t g0 = nftGeneration();
+        CHECK_TRUE(g0 != 0);
+
+        // Bad input refuses the call before anything changes.
+        CHECK_EQ(int(ZEL_ERR_INVALID_ARG), linuxplat::hwruleSetMany({"p1", "bad\"name"}, true));
+        CHECK_EQ(int(ZEL_ERR_INVALID_ARG), linuxplat::hwruleSetMany({"p1", "sixteen-chars-xx"}, true));
+        CHECK_EQ(int(ZEL_ERR_INVALID_ARG), linuxplat::hwruleSetMany({"p1", ""}, true));
+        CHECK_EQ(0, linuxplat::hwruleSetMany({}, true));
+        CHECK_EQ(g0, nftGeneration());
+
+        // First use: the table and every port in one transaction.
+        auto t0 = Clock::now();
+        CHECK_EQ(0, linuxplat::hwruleSetMany(all, true));
+        auto t1 = Clock::now();
+        CHECK_EQ(g0 + 1, nftGeneration());
+        CHECK_EQ(size_t(PORTS), setNames().size());
+        std::vector<std::string> listed = setNames();
+        for (const auto& n : all) CHECK_TRUE(std::find(listed.begin(), listed.end(), n) != listed.end());
+
+        // Off for all of them: one transaction again.
+        auto t2 = Clock::now();
+        CHECK_EQ(0, linuxplat::hwruleSetMany(all, false));
+        auto t3 = Clock::now();
+        CHECK_EQ(g0 + 2, nftGeneration());
+        CHECK_EQ(size_t(0), setNames().size());
+
+        // On again, the table being there; duplicates count once.
+        std::vector<std::string> twice = all;
+        twice.insert(twice.end(), all.begin(), all.begin() + 10);
+        auto t4 = Clock::now();
+        CHECK_EQ(0, linuxplat::hwruleSetMany(twice, true));
+        auto t5 = Clock::now();
+        CHECK_EQ(g0 + 3, nftGeneration());
+        CHECK_EQ(size_t(PORTS), setNames().size());
+
+        // Switching off a list with a name not in the set fails as a whole:
+        // nothing is removed.
+        CHECK_EQ(0, linuxplat::hwruleSet("p1", false));
+        uint32_t g1 = nftGeneration();
+        CHECK_EQ(int(ZEL_ERR_GENERAL), linuxplat::hwruleSetMany(portNames(1, 20), false));
+        CHECK_EQ(g1, nftGeneration());
+        CHECK_EQ(size_t(PORTS - 1), setNames().size());
+
+        // The same ports one call each, for comparison: one transaction per port.
+        CHECK_EQ(0, linuxplat::hwruleSetMany(portNames(2, PORTS), false));
+        uint32_t g2 = nftGeneration();
+        auto t6 = Clock::now();
+        for (const auto& n : all) CHECK_EQ(0, linuxplat::hwruleSet(n, true));
+        auto t7 = Clock::now();
+        CHECK_EQ(g2 + PORTS, nftGeneration());
+        CHECK_EQ(size_t(PORTS), setNames().size());
+
+        std::ofstream(figures) << us(t1 - t0) << " " << us(t3 - t2) << " " << us(t5 - t4) << " " << us(t7 - t6) << "\n";
+        linuxplat::platformCleanup();
+    }, 120);
+    EXPECT_TRUE(r.ok()) << r.failures;
+    long first = 0, off = 0, on = 0, single = 0;
+    std::ifstream(figures) >> first >> off >> on >> single;
+    EXPECT_GT(first, 0);
+    std::printf("hardware rule, %d ports in one call: %ld us on with the table's load, %ld us off, %ld us on again; "
+                "one call per port: %ld us\n",
+                PORTS, first, off, on, single);
+}
+
+// The rules load in process: with the nft tool out of reach (hidden in a
+// mount namespace of this child) they still go in.
+TEST(HwRuleInProcess, NoNftToolIsRun) {
+    LT_NEED_NETNS();
+    if (lt::sh("command -v nft >/dev/null 2>&1") != 0) GTEST_SKIP() << "the nft tool is not installed (apt-get install nftables)";
+    lt::Netns ns;
+    ASSERT_TRUE(ns.ok());
+    ASSERT_EQ(0, ns.sh("ip link add c1 type veth peer name p1"));
+    lt::TempDir dir;
+    std::string conf = dir.file("c.conf", "");
+    auto r = lt::runChild(ns.name(), {"PPPOEPLUS_CONF=" + conf, "PPPOEPLUS_LOG=stderr", "PPPOEPLUS_ROOT=" + dir.path(), "PATH=/nonexistent"},
+                          [] {
+        CHECK_EQ(0, ::unshare(CLONE_NEWNS));
+        CHECK_EQ(0, ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr));
+        for (const char* tool : {"/usr/sbin/nft", "/sbin/nft", "/usr/bin/nft"})
+            if (::access(tool, F_OK) == 0) CHECK_EQ(0, ::mount("/dev/null", tool, nullptr, MS_BIND, nullptr));
+        CHECK_TRUE(linuxplat::hwruleEnabled());
+        CHECK_EQ(0, linuxplat::hwruleSet("p1", true));
+        CHECK_EQ(0, linuxplat::hwruleSetMany({"p2", "p3"}, true));
+        linuxplat::platformCleanup();
+    });
+    EXPECT_TRUE(r.ok()) << r.failures;
+    std::string set = ns.out("nft list set bridge pppoeplus ports");
+    for (const char* n : {"\"p1\"", "\"p2\"", "\"p3\""}) EXPECT_NE(std::string::npos, set.find(n)) << set;
+}
+
+// platform.hwrule = auto means "where nftables works": without CAP_NET_ADMIN
+// it does not, and the platform runs without rules; nft requires them, and
+// every attempt fails and says so.
+TEST(HwRuleInProcess, AutoIsOffWhereNftablesDoesNotWork) {
+    LT_NEED_NETNS();
+    lt::Netns ns;
+    ASSERT_TRUE(ns.ok());
+    lt::TempDir dir;
+    for (const char* mode : {"auto", "nft"}) {
+        std::string conf = dir.file(std::string(mode) + ".conf", std::string("platform.hwrule = ") + mode + "\n");
+        bool required = std::string(mode) == "nft";
+        auto r = lt::runChild(ns.name(), {"PPPOEPLUS_CONF=" + conf, "PPPOEPLUS_LOG=stderr", "PPPOEPLUS_ROOT=" + dir.path()},
+                              [required] {
+            CHECK_EQ(0, capng_get_caps_process());
+            CHECK_EQ(0, capng_update(CAPNG_DROP, static_cast<capng_type_t>(CAPNG_EFFECTIVE | CAPNG_PERMITTED),
+                                     CAP_NET_ADMIN));
+            CHECK_EQ(0, capng_apply(CAPNG_SELECT_CAPS));
+            CHECK_EQ(required, linuxplat::hwruleEnabled());
+            CHECK_EQ(required ? int(ZEL_ERR_UNSUPPORTED) : 0, linuxplat::hwruleSet("p1", true));
+            CHECK_EQ(required ? int(ZEL_ERR_UNSUPPORTED) : 0, linuxplat::hwruleSetMany({"p1", "p2"}, true));
+            linuxplat::platformCleanup();
+        });
+        EXPECT_TRUE(r.ok()) << mode << ": " << r.failures;
+    }
+    EXPECT_EQ("", ns.out("nft list tables 2>/dev/null"));
 }
 
 }  // namespace

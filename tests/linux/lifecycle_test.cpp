@@ -409,6 +409,22 @@ TEST_F(LifecycleTest, StartedWithOnlyTheCapabilitiesItNeedsItServesAndKeepsJustT
     expectCrossing(ns_->name(), 1, 1);
 }
 
+// Started as another user with the two capabilities ambient, it keeps them
+// effective and passes nothing on (it runs no program): the hardware rule's
+// nftables transactions run in the process.
+TEST_F(LifecycleTest, StartedAsAnotherUserItKeepsNoInheritableOrAmbientCapabilities) {
+    if (!haveNft()) GTEST_SKIP() << "the nft tool is not installed";
+    if (lt::sh("command -v setpriv >/dev/null 2>&1") != 0) GTEST_SKIP() << "setpriv (util-linux) is not installed";
+    ASSERT_EQ(0, ::chown(dir_.path().c_str(), 65534, 65534));
+    lt::Process d = start({"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
+                           "--inh-caps=-all,+net_raw,+net_admin", "--ambient-caps=-all,+net_raw,+net_admin",
+                           "--bounding-set=-all,+net_raw,+net_admin", "--"});
+    ASSERT_TRUE(running(d)) << log(d);
+    EXPECT_TRUE(contains(log(d), "capabilities: kept CAP_NET_RAW CAP_NET_ADMIN, dropped the rest")) << log(d);
+    expectOnly(d.pid, bit(CAP_NET_RAW_) | bit(CAP_NET_ADMIN_));
+    EXPECT_TRUE(portsRuled(true, true)) << log(d);
+}
+
 TEST_F(LifecycleTest, StartedAsFullRootItDropsAllButWhatItUses) {
     // With platform.group the command socket is handed to the group: CAP_CHOWN stays.
     std::string conf = dir_.file("group.conf",

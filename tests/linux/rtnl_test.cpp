@@ -7,7 +7,9 @@
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
 
+#include <cstddef>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 #include "platform/linux/rtnl.h"
@@ -204,6 +206,129 @@ TEST(RtnlWalk, ErrorMessage) {
     NlWalk w;
     walk(m, &w);
     EXPECT_EQ(105, w.error);
+}
+
+// What the kernel would never write is refused, the message with it: libmnl
+// validates the attributes the platform reads.
+TEST(RtnlWalk, RefusesAttributesTheKernelDoesNotWrite) {
+    auto withAttr = [](uint16_t type, const std::vector<uint8_t>& value) {
+        auto m = kmsg(klink(RTM_NEWLINK, 5, "a"));
+        putAttr(m, type, value.data(), value.size());
+        uint32_t len = static_cast<uint32_t>(m.size());
+        std::memcpy(m.data(), &len, 4);
+        return m;
+    };
+    NlWalk w;
+    // A name without its NUL, and one longer than an interface name.
+    EXPECT_TRUE(walk(withAttr(IFLA_IFNAME, {'e', 't', 'h', '1'}), &w).empty());
+    EXPECT_TRUE(w.malformed);
+    std::string longName(IFNAMSIZ, 'x');
+    std::vector<uint8_t> longValue(longName.begin(), longName.end());
+    longValue.push_back(0);
+    EXPECT_TRUE(walk(withAttr(IFLA_IFNAME, longValue), &w).empty());
+    EXPECT_TRUE(w.malformed);
+    // A master that is not 32 bits.
+    EXPECT_TRUE(walk(withAttr(IFLA_MASTER, {1, 0}), &w).empty());
+    EXPECT_TRUE(w.malformed);
+    EXPECT_TRUE(walk(withAttr(IFLA_MASTER, {1, 0, 0, 0, 0, 0, 0, 0}), &w).empty());
+    EXPECT_TRUE(w.malformed);
+    // Link info whose kind overruns the nest it sits in.
+    std::vector<uint8_t> inner;
+    putAttr(inner, IFLA_INFO_KIND, "veth", 5);
+    uint16_t overrun = 40;
+    std::memcpy(inner.data(), &overrun, 2);
+    EXPECT_TRUE(walk(withAttr(IFLA_LINKINFO, inner), &w).empty());
+    EXPECT_TRUE(w.malformed);
+    // A nest too short for an attribute header.
+    EXPECT_TRUE(walk(withAttr(IFLA_LINKINFO, {1, 2}), &w).empty());
+    EXPECT_TRUE(w.malformed);
+    // What is well formed still reads, other hardware address lengths
+    // included (they are not kept).
+    auto fine = withAttr(IFLA_MASTER, {7, 0, 0, 0});
+    auto got = walk(fine, &w);
+    EXPECT_FALSE(w.malformed);
+    ASSERT_EQ(1u, got.size());
+    EXPECT_EQ(7, got[0].second.master);
+    KLink tunnel = klink(RTM_NEWLINK, 8, "tun0");
+    tunnel.mac = false;
+    auto t = kmsg(tunnel);
+    const uint8_t ip[4] = {10, 0, 0, 1};
+    putAttr(t, IFLA_ADDRESS, ip, 4);
+    uint32_t tlen = static_cast<uint32_t>(t.size());
+    std::memcpy(t.data(), &tlen, 4);
+    got = walk(t, &w);
+    EXPECT_FALSE(w.malformed);
+    ASSERT_EQ(1u, got.size());
+    EXPECT_FALSE(got[0].second.hasMac);
+}
+
+// Every byte of a read set to every value that matters: the walk reads only
+// inside the buffer (the sanitizers watch), and whatever it hands on is a
+// link with an index and a name that fits.
+TEST(RtnlWalk, CorruptedReadsNeverCrash) {
+    KLink veth = klink(RTM_NEWLINK, 5, "veth0");
+    veth.kind = "veth";
+    veth.master = 9;
+    auto good = cat({kmsg(veth), kmsg(klink(RTM_DELLINK, 6, "old")), kdone()});
+    size_t handed = 0;
+    for (size_t at = 0; at < good.size(); at++) {
+        for (uint8_t v : {uint8_t(0x00), uint8_t(0x01), uint8_t(0x03), uint8_t(0x7f), uint8_t(0x80), uint8_t(0xff)}) {
+            auto bad = good;
+            bad[at] = v;
+            // Read from a copy of exactly its size, so that a read past it is caught.
+            auto exact = std::make_unique<uint8_t[]>(bad.size());
+            std::memcpy(exact.get(), bad.data(), bad.size());
+            rtnlWalk(exact.get(), bad.size(), [&](LinkEvent, const LinkInfo& l) {
+                handed++;
+                EXPECT_GT(l.ifindex, 0);
+                EXPECT_LT(l.name.size(), static_cast<size_t>(IFNAMSIZ));
+            });
+        }
+    }
+    EXPECT_GT(handed, 0u);
+}
+
+TEST(RtnlWalk, InterruptedDumpAndAnotherRequestsMessages) {
+    auto one = kmsg(klink(RTM_NEWLINK, 5, "a"));
+    // The kernel marks a dump during which the links changed.
+    auto intr = one;
+    uint16_t flags = NLM_F_MULTI | NLM_F_DUMP_INTR;
+    std::memcpy(intr.data() + offsetof(struct nlmsghdr, nlmsg_flags), &flags, 2);
+    NlWalk w;
+    EXPECT_TRUE(walk(intr, &w).empty());
+    EXPECT_TRUE(w.interrupted);
+    EXPECT_FALSE(w.malformed);
+    // The answer to request 7 of port 1234: read for that request only.
+    auto answer = one;
+    uint32_t seq = 7;
+    uint32_t portid = 1234;
+    std::memcpy(answer.data() + offsetof(struct nlmsghdr, nlmsg_seq), &seq, 4);
+    std::memcpy(answer.data() + offsetof(struct nlmsghdr, nlmsg_pid), &portid, 4);
+    size_t got = 0;
+    w = rtnlWalk(answer.data(), answer.size(), [&](LinkEvent, const LinkInfo&) { got++; }, 7, 1234);
+    EXPECT_EQ(1u, got);
+    EXPECT_FALSE(w.malformed);
+    w = rtnlWalk(answer.data(), answer.size(), [&](LinkEvent, const LinkInfo&) { got++; }, 8, 1234);
+    EXPECT_EQ(1u, got);
+    EXPECT_TRUE(w.malformed);
+    w = rtnlWalk(answer.data(), answer.size(), [&](LinkEvent, const LinkInfo&) { got++; }, 7, 99);
+    EXPECT_EQ(1u, got);
+    EXPECT_TRUE(w.malformed);
+}
+
+TEST(RtnlDumpRequest, AsksForEveryLink) {
+    auto req = rtnlDumpRequest(42);
+    ASSERT_EQ(NLMSG_LENGTH(sizeof(struct ifinfomsg)), req.size());
+    struct nlmsghdr h;
+    std::memcpy(&h, req.data(), sizeof(h));
+    EXPECT_EQ(req.size(), h.nlmsg_len);
+    EXPECT_EQ(RTM_GETLINK, h.nlmsg_type);
+    EXPECT_EQ(NLM_F_REQUEST | NLM_F_DUMP, h.nlmsg_flags);
+    EXPECT_EQ(42u, h.nlmsg_seq);
+    struct ifinfomsg ifi;
+    std::memcpy(&ifi, req.data() + NLMSG_HDRLEN, sizeof(ifi));
+    EXPECT_EQ(AF_UNSPEC, ifi.ifi_family);
+    EXPECT_EQ(0, ifi.ifi_index);
 }
 
 // ---- kind, position and flags -------------------------------------------------------------
