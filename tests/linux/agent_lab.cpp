@@ -38,16 +38,9 @@ double nowSec() {
     return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
 }
 
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+using lt::contains;
 
-template <typename F>
-bool eventually(F what, int ms) {
-    for (int waited = 0; waited < ms; waited += 50) {
-        if (what()) return true;
-        ::usleep(50000);
-    }
-    return what();
-}
+using lt::eventually;
 
 int32_t callU32(const std::string& sock, uint32_t code, uint32_t unit, uint32_t cmd, uint32_t value, uint32_t* out) {
     cmdp::CallRequest req;

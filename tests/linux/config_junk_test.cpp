@@ -244,7 +244,7 @@ class ConfigJunkDaemonTest : public ::testing::Test {
     lt::Process daemon_;
 };
 
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+using lt::contains;
 
 TEST_F(ConfigJunkDaemonTest, JunkInEverySettingRunsOnTheDefaults) {
     start("pppoeplus.maxifnum = junk\n"

@@ -29,17 +29,9 @@
 
 namespace {
 
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+using lt::contains;
 
-// Waits until `what` holds, at most `ms`.
-template <typename F>
-bool eventually(F what, int ms = 5000) {
-    for (int waited = 0; waited < ms; waited += 50) {
-        if (what()) return true;
-        ::usleep(50000);
-    }
-    return what();
-}
+using lt::eventually;
 
 class DaemonTest : public ::testing::Test {
   protected:

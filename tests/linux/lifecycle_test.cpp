@@ -28,15 +28,12 @@
 
 namespace {
 
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+using lt::contains;
 
+// The daemon is given up to 10 s for what it does at start.
 template <typename F>
 bool eventually(F what, int ms = 10000) {
-    for (int waited = 0; waited < ms; waited += 50) {
-        if (what()) return true;
-        ::usleep(50000);
-    }
-    return what();
+    return lt::eventually(what, ms);
 }
 
 size_t countOf(const std::string& text, const std::string& part) {

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 #include <sys/types.h>
 
 #include <functional>
@@ -120,5 +121,18 @@ int waitFor(int pid, int timeoutMs);
 std::string readFile(const std::string& path);
 // Waits until `path` exists, at most `timeoutMs`.
 bool waitForPath(const std::string& path, int timeoutMs);
+
+// Whether `text` holds `part`.
+inline bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+// Waits until `what()` holds, looking every 50 ms, at most `ms`.
+template <typename F>
+bool eventually(F what, int ms = 5000) {
+    for (int waited = 0; waited < ms; waited += 50) {
+        if (what()) return true;
+        ::usleep(50000);
+    }
+    return what();
+}
 
 }  // namespace lt
