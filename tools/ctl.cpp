@@ -10,7 +10,7 @@
 #include <map>
 #include <sstream>
 
-#include "mgmt/mgmt_types.h"
+#include "mgmt/mgmt_codes.h"
 #include "platform/types.h"
 
 namespace ctl {
