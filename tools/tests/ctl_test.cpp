@@ -13,6 +13,7 @@
 #include "mgmt/mgmt_types.h"
 #include "platform/types.h"
 #include "tools/ctl.h"
+#include "platform/number.h"
 
 namespace {
 
@@ -181,19 +182,19 @@ TEST(CtlTables, NamesAreFoundInEverySpellingAndByNumber) {
 // ---- values ----------------------------------------------------------------------------------
 
 TEST(CtlValues, NumbersAreDecimalOrHexAndFitTheirWidth) {
-    EXPECT_EQ(3561u, ctl::parseU32("3561"));
-    EXPECT_EQ(0xDE9u, ctl::parseU32("0xde9"));
-    EXPECT_EQ(0xFFFFFFFFu, ctl::parseU32("4294967295"));
-    EXPECT_FALSE(ctl::parseU32("4294967296").has_value());
-    EXPECT_FALSE(ctl::parseU32("0x").has_value());
-    EXPECT_FALSE(ctl::parseU32("12a").has_value());
-    EXPECT_FALSE(ctl::parseU32("-1").has_value());
-    EXPECT_FALSE(ctl::parseU32("").has_value());
-    EXPECT_EQ(-5, ctl::parseI64("-5"));
-    EXPECT_EQ(0x10, ctl::parseI64("0x10"));
-    EXPECT_EQ(INT64_MIN, ctl::parseI64("-9223372036854775808"));
-    EXPECT_FALSE(ctl::parseI64("9223372036854775808").has_value());
-    EXPECT_FALSE(ctl::parseI64("p1").has_value());
+    EXPECT_EQ(3561u, numberParseU32("3561"));
+    EXPECT_EQ(0xDE9u, numberParseU32("0xde9"));
+    EXPECT_EQ(0xFFFFFFFFu, numberParseU32("4294967295"));
+    EXPECT_FALSE(numberParseU32("4294967296").has_value());
+    EXPECT_FALSE(numberParseU32("0x").has_value());
+    EXPECT_FALSE(numberParseU32("12a").has_value());
+    EXPECT_FALSE(numberParseU32("-1").has_value());
+    EXPECT_FALSE(numberParseU32("").has_value());
+    EXPECT_EQ(-5, numberParseI64("-5"));
+    EXPECT_EQ(0x10, numberParseI64("0x10"));
+    EXPECT_EQ(INT64_MIN, numberParseI64("-9223372036854775808"));
+    EXPECT_FALSE(numberParseI64("9223372036854775808").has_value());
+    EXPECT_FALSE(numberParseI64("p1").has_value());
 }
 
 TEST(CtlValues, WordsBecomeTheNumbersTheDaemonTakes) {
