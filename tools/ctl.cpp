@@ -72,9 +72,15 @@ class Runner {
     struct Value {
         int32_t result = 0;
         std::string text;  // for people
-        std::string json;  // JSON value
-        std::string raw;   // JSON of the number held, or empty
+        Json json;         // the value for scripts
+        Json raw;          // the number held, null when the value is that number or text
     };
+    // `o` with the value's members: "value", and "raw" when there is one.
+    static Json withValue(Json o, const Value& v) {
+        o["value"] = v.json;
+        if (!v.raw.is_null()) o["raw"] = v.raw;
+        return o;
+    }
     // Reads one value (global when unit is nullopt). An exit status on a
     // transport failure, else 0 with `v` filled.
     int getValue(const CommandInfo& c, std::optional<uint32_t> unit, Value& v);
@@ -98,18 +104,26 @@ class Runner {
         std::string n = resolver_.nameOf(unit);
         return n.empty() ? "unit " + std::to_string(unit) : n + " (unit " + std::to_string(unit) + ")";
     }
+    // The interface's members of a JSON object: its unit and its name here
+    // (null when this namespace has none).
     void addIf(Json& j, uint32_t unit) {
-        j.add("unit", static_cast<int64_t>(unit));
+        j["unit"] = unit;
         std::string n = resolver_.nameOf(unit);
-        if (n.empty()) j.addRaw("interface", "null");
-        else j.add("interface", n);
+        j["interface"] = n.empty() ? Json(nullptr) : Json(n);
     }
+    // {"scope": "interface", "unit": ..., "interface": ...}.
+    Json ifScope(uint32_t unit) {
+        Json j = {{"scope", "interface"}};
+        addIf(j, unit);
+        return j;
+    }
+    void printJson(const Json& j) { out_ << jsonLine(j) << "\n"; }
 };
 
 int Runner::usage(const UsageError& e) {
     err_ << "pppoeplusctl: " << e.message << "\n";
     if (!e.topic.empty()) err_ << "Try 'pppoeplusctl help " << e.topic << "'.\n";
-    if (json_) out_ << Json::object().add("ok", false).add("error", e.message).str() << "\n";
+    if (json_) printJson({{"ok", false}, {"error", e.message}});
     return EXIT_USAGE;
 }
 
@@ -122,9 +136,7 @@ int Runner::unreachable(int32_t rc, const std::string& error, const std::string&
         else if (error.find("Permission denied") != std::string::npos)
             msg += " (the command service admits root and platform.group, the shell and events root only)";
         err_ << "pppoeplusctl: " << what_ << ": " << msg << "\n";
-        if (json_)
-            out_ << Json::object().add("ok", false).add("command", what_).add("socket", path).add("error", msg).str()
-                 << "\n";
+        if (json_) printJson({{"ok", false}, {"command", what_}, {"socket", path}, {"error", msg}});
         return EXIT_UNREACHABLE;
     }
     // An error frame: the service refused the request.
@@ -132,15 +144,12 @@ int Runner::unreachable(int32_t rc, const std::string& error, const std::string&
     if (!error.empty()) msg += " (" + error + ")";
     err_ << "pppoeplusctl: " << what_ << ": " << msg << "\n";
     if (json_)
-        out_ << Json::object()
-                    .add("ok", false)
-                    .add("command", what_)
-                    .add("result", static_cast<int64_t>(rc))
-                    .add("resultName", resultInfo(rc, ResultSource::Protocol).name)
-                    .add("resultValue", resultValueText(rc))
-                    .add("error", msg)
-                    .str()
-             << "\n";
+        printJson({{"ok", false},
+                   {"command", what_},
+                   {"result", rc},
+                   {"resultName", resultInfo(rc, ResultSource::Protocol).name},
+                   {"resultValue", resultValueText(rc)},
+                   {"error", msg}});
     return EXIT_UNREACHABLE;
 }
 
@@ -150,13 +159,13 @@ int Runner::answered(int32_t result, ResultSource source, const std::string& det
     if (!detail.empty()) msg += " (" + detail + ")";
     err_ << "pppoeplusctl: " << what_ << ": " << msg << "\n";
     if (json_) {
-        Json o = Json::object();
-        o.add("ok", false).add("command", what_).merge(extra);
-        o.add("result", static_cast<int64_t>(result))
-            .add("resultName", i.name)
-            .add("resultValue", resultValueText(result))
-            .add("error", msg);
-        out_ << o.str() << "\n";
+        Json o = okWith(false, {{"command", what_}});
+        for (const auto& [key, value] : extra.items()) o[key] = value;
+        o["result"] = result;
+        o["resultName"] = i.name;
+        o["resultValue"] = resultValueText(result);
+        o["error"] = msg;
+        printJson(o);
     }
     return EXIT_RESULT;
 }
@@ -192,43 +201,41 @@ int Runner::getValue(const CommandInfo& c, std::optional<uint32_t> unit, Value& 
         case ValueType::Text: {
             std::string t(reply.data.begin(), reply.data.end());
             v.text = t;
-            v.json = jsonString(t);
+            v.json = t;
             break;
         }
         case ValueType::Nsr: {
             auto n = nsrFromBytes(reply.data);
             if (!n) {
                 v.text = "(" + std::to_string(reply.data.size()) + " bytes)";
-                v.json = "null";
+                v.json = nullptr;
                 break;
             }
             v.text = "switchover " + valueWord(ValueType::Truth, n->switchover) + ", incompleteOp " +
                      std::to_string(n->incompleteOp) + ", allOp " + std::to_string(n->allOp);
-            v.json = Json::object()
-                         .add("switchover", valueWord(ValueType::Truth, n->switchover))
-                         .add("incompleteOp", static_cast<int64_t>(n->incompleteOp))
-                         .add("allOp", static_cast<int64_t>(n->allOp))
-                         .str();
+            v.json = {{"switchover", valueWord(ValueType::Truth, n->switchover)},
+                      {"incompleteOp", n->incompleteOp},
+                      {"allOp", n->allOp}};
             break;
         }
         case ValueType::Number:
         case ValueType::Counter:
         case ValueType::Ignored:
             v.text = std::to_string(reply.lenWord);
-            v.json = std::to_string(reply.lenWord);
+            v.json = reply.lenWord;
             break;
         case ValueType::Debug: {
             v.text = valueWord(c.type, reply.lenWord);
             std::string words = v.text.substr(v.text.find('(') + 1);
             words.pop_back();
-            v.json = jsonString(words);
-            v.raw = std::to_string(reply.lenWord);
+            v.json = words;
+            v.raw = reply.lenWord;
             break;
         }
         default:
             v.text = valueWord(c.type, reply.lenWord);
-            v.json = jsonString(v.text);
-            v.raw = std::to_string(reply.lenWord);
+            v.json = v.text;
+            v.raw = reply.lenWord;
             break;
     }
     return 0;
@@ -244,15 +251,10 @@ int Runner::cmdGet(const std::vector<std::string>& a) {
         what_ = "get " + nameOf(*c);
         Value v;
         if (int rc = getValue(*c, std::nullopt, v); rc != 0) return rc;
-        Json j = Json::object();
-        j.add("scope", "global").add("name", nameOf(*c)).add("code", static_cast<int64_t>(c->code));
+        Json j = {{"scope", "global"}, {"name", nameOf(*c)}, {"code", c->code}};
         if (v.result != 0) return answered(v.result, ResultSource::Daemon, "", j);
         if (json_) {
-            Json o = Json::object();
-            o.add("ok", true).add("scope", "global").add("name", nameOf(*c)).add("code", static_cast<int64_t>(c->code));
-            o.addRaw("value", v.json);
-            if (!v.raw.empty()) o.addRaw("raw", v.raw);
-            out_ << o.str() << "\n";
+            printJson(withValue(okWith(true, j), v));
         } else {
             out_ << nameOf(*c) << ": " << v.text << "\n";
         }
@@ -261,29 +263,25 @@ int Runner::cmdGet(const std::vector<std::string>& a) {
     what_ = "get";
     std::vector<std::pair<std::string, std::string>> rows;
     Json values = Json::object(), raws = Json::object(), errors = Json::object();
-    bool anyError = false, anyRaw = false;
+    bool anyError = false;
     for (const CommandInfo& c : scalarCommands()) {
         Value v;
         if (int rc = getValue(c, std::nullopt, v); rc != 0) return rc;
         if (v.result != 0) {
             anyError = true;
             rows.emplace_back(c.name, resultText(v.result));
-            errors.add(c.name, resultText(v.result));
+            errors[c.name] = resultText(v.result);
             continue;
         }
         rows.emplace_back(c.name, v.text);
-        values.addRaw(c.name, v.json);
-        if (!v.raw.empty()) {
-            raws.addRaw(c.name, v.raw);
-            anyRaw = true;
-        }
+        values[c.name] = v.json;
+        if (!v.raw.is_null()) raws[c.name] = v.raw;
     }
     if (json_) {
-        Json o = Json::object();
-        o.add("ok", !anyError).add("scope", "global").addRaw("values", values.str());
-        if (anyRaw) o.addRaw("raw", raws.str());
-        if (anyError) o.addRaw("errors", errors.str());
-        out_ << o.str() << "\n";
+        Json o = {{"ok", !anyError}, {"scope", "global"}, {"values", values}};
+        if (!raws.empty()) o["raw"] = raws;
+        if (anyError) o["errors"] = errors;
+        printJson(o);
     } else {
         printTable(out_, rows);
     }
@@ -303,16 +301,15 @@ int Runner::doSet(const CommandInfo& c, std::optional<uint32_t> unit, const std:
     req.unit = unit.value_or(0);
     req.cmd = c.code;
     std::string shown;
-    std::string raw;
+    Json raw;  // the number sent, for a value word
     if (c.type == ValueType::Text) {
         std::string text;
         for (size_t i = 0; i < valueArgs.size(); i++) text += (i ? " " : "") + valueArgs[i];
         if (text.size() > cmdp::MAX_VALUE) {
-            Json j = Json::object();
             return answered(ZEL_ERR_TOO_LONG, ResultSource::Daemon,
                             std::to_string(text.size()) + " bytes; a request carries at most " +
                                 std::to_string(cmdp::MAX_VALUE),
-                            j);
+                            Json::object());
         }
         req.valueKind = cmdp::VALUE_STR;
         req.data.assign(text.begin(), text.end());
@@ -329,24 +326,20 @@ int Runner::doSet(const CommandInfo& c, std::optional<uint32_t> unit, const std:
         if (!w.ok) return usage({nameOf(c) + ": " + w.error, unit ? "if" : verb});
         req.valueKind = cmdp::VALUE_U32;
         req.lenWord = w.value;
-        raw = std::to_string(w.value);
+        raw = w.value;
         shown = valueWord(c.type, w.value);
     }
     cmdp::CallReply reply;
     if (int rc = exchange(req, reply); rc != 0) return rc;
-    Json j = Json::object();
-    j.add("scope", unit ? "interface" : "global");
-    if (unit) addIf(j, *unit);
-    j.add("action", verb).add("name", nameOf(c)).add("code", static_cast<int64_t>(c.code)).add("value", shown);
-    if (!raw.empty()) j.addRaw("raw", raw);
+    Json j = unit ? ifScope(*unit) : Json{{"scope", "global"}};
+    j["action"] = verb;
+    j["name"] = nameOf(c);
+    j["code"] = c.code;
+    j["value"] = shown;
+    if (!raw.is_null()) j["raw"] = raw;
     if (reply.result != 0) return answered(reply.result, ResultSource::Daemon, "", j);
     if (json_) {
-        Json o = Json::object();
-        o.add("ok", true).add("scope", unit ? "interface" : "global");
-        if (unit) addIf(o, *unit);
-        o.add("action", verb).add("name", nameOf(c)).add("code", static_cast<int64_t>(c.code)).add("value", shown);
-        if (!raw.empty()) o.addRaw("raw", raw);
-        out_ << o.str() << "\n";
+        printJson(okWith(true, j));
     } else if (c.type == ValueType::Ignored) {
         out_ << (unit ? label + ": " : std::string()) << nameOf(c) << " done\n";
     } else {
@@ -421,18 +414,12 @@ int Runner::cmdIfGet(uint32_t unit, const std::string& label, const std::vector<
         what_ = "if " + label + " get " + nameOf(*c);
         Value v;
         if (int rc = getValue(*c, unit, v); rc != 0) return rc;
-        Json j = Json::object();
-        j.add("scope", "interface");
-        addIf(j, unit);
-        j.add("name", nameOf(*c)).add("code", static_cast<int64_t>(c->code));
+        Json j = ifScope(unit);
+        j["name"] = nameOf(*c);
+        j["code"] = c->code;
         if (v.result != 0) return answered(v.result, ResultSource::Daemon, "", j);
         if (json_) {
-            Json o = Json::object();
-            o.add("ok", true).add("scope", "interface");
-            addIf(o, unit);
-            o.add("name", nameOf(*c)).add("code", static_cast<int64_t>(c->code)).addRaw("value", v.json);
-            if (!v.raw.empty()) o.addRaw("raw", v.raw);
-            out_ << o.str() << "\n";
+            printJson(withValue(okWith(true, j), v));
         } else {
             out_ << nameOf(*c) << ": " << v.text << "\n";
         }
@@ -446,22 +433,20 @@ int Runner::cmdIfGet(uint32_t unit, const std::string& label, const std::vector<
         Value v;
         if (int rc = getValue(c, unit, v); rc != 0) return rc;
         if (v.result != 0) {
-            Json j = Json::object();
-            j.add("scope", "interface");
-            addIf(j, unit);
-            j.add("name", c.name).add("code", static_cast<int64_t>(c.code));
+            Json j = ifScope(unit);
+            j["name"] = c.name;
+            j["code"] = c.code;
             return answered(v.result, ResultSource::Daemon, "", j);
         }
         rows.emplace_back(c.name, v.text);
-        values.addRaw(c.name, v.json);
-        if (!v.raw.empty()) raws.addRaw(c.name, v.raw);
+        values[c.name] = v.json;
+        if (!v.raw.is_null()) raws[c.name] = v.raw;
     }
     if (json_) {
-        Json o = Json::object();
-        o.add("ok", true).add("scope", "interface");
-        addIf(o, unit);
-        o.addRaw("values", values.str()).addRaw("raw", raws.str());
-        out_ << o.str() << "\n";
+        Json o = okWith(true, ifScope(unit));
+        o["values"] = values;
+        o["raw"] = raws;
+        printJson(o);
     } else {
         out_ << labelOf(unit) << "\n";
         printTable(out_, rows, "  ");
@@ -476,21 +461,14 @@ int Runner::cmdIfCounters(uint32_t unit, const std::string& label) {
     for (const CommandInfo* c : ifCounters()) {
         Value v;
         if (int rc = getValue(*c, unit, v); rc != 0) return rc;
-        if (v.result != 0) {
-            Json j = Json::object();
-            j.add("scope", "interface");
-            addIf(j, unit);
-            return answered(v.result, ResultSource::Daemon, "", j);
-        }
+        if (v.result != 0) return answered(v.result, ResultSource::Daemon, "", ifScope(unit));
         rows.emplace_back(c->name, v.text);
-        counters.addRaw(c->name, v.json);
+        counters[c->name] = v.json;
     }
     if (json_) {
-        Json o = Json::object();
-        o.add("ok", true).add("scope", "interface");
-        addIf(o, unit);
-        o.addRaw("counters", counters.str());
-        out_ << o.str() << "\n";
+        Json o = okWith(true, ifScope(unit));
+        o["counters"] = counters;
+        printJson(o);
     } else {
         out_ << labelOf(unit) << " counters\n";
         printTable(out_, rows, "  ");
@@ -510,17 +488,11 @@ int Runner::cmdIfClear(uint32_t unit, const std::string& label) {
     req.valueKind = cmdp::VALUE_U32;
     cmdp::CallReply reply;
     if (int rc = exchange(req, reply); rc != 0) return rc;
-    Json j = Json::object();
-    j.add("scope", "interface");
-    addIf(j, unit);
-    j.add("action", "clear");
+    Json j = ifScope(unit);
+    j["action"] = "clear";
     if (reply.result != 0) return answered(reply.result, ResultSource::Daemon, "", j);
     if (json_) {
-        Json o = Json::object();
-        o.add("ok", true).add("scope", "interface");
-        addIf(o, unit);
-        o.add("action", "clear");
-        out_ << o.str() << "\n";
+        printJson(okWith(true, j));
     } else {
         out_ << labelOf(unit) << ": counters cleared\n";
     }
@@ -565,22 +537,21 @@ int Runner::cmdIfList() {
             // An entry removed during the walk: shown as gone.
             std::string t = v.result == 0 ? v.text : "-";
             row.push_back(t);
-            if (v.result == 0) o.add(c->name, v.text);
-            else o.addRaw(c->name, "null");
+            o[c->name] = v.result == 0 ? Json(v.text) : Json(nullptr);
         }
         Json counters = Json::object();
         for (const CommandInfo* c : ifCounters()) {
             Value v;
             if (int rc = getValue(*c, unit, v); rc != 0) return rc;
             row.push_back(v.result == 0 ? v.text : "-");
-            counters.addRaw(c->name, v.result == 0 ? v.json : "null");
+            counters[c->name] = v.result == 0 ? v.json : Json(nullptr);
         }
-        o.addRaw("counters", counters.str());
-        list.push(o);
+        o["counters"] = counters;
+        list.push_back(o);
         rows.push_back(row);
     }
     if (json_) {
-        out_ << Json::object().add("ok", true).addRaw("interfaces", list.str()).str() << "\n";
+        printJson({{"ok", true}, {"interfaces", list}});
         return EXIT_OK;
     }
     if (units.empty()) {
@@ -656,10 +627,8 @@ int Runner::cmdShell(const std::vector<std::string>& a) {
     if (rc != 0) return unreachable(rc, error, ep_.shell);
     const bool variable = (reply.flags & cmdp::SHELL_FLAG_VARIABLE) != 0;
     const bool truncated = (reply.flags & cmdp::SHELL_FLAG_TRUNCATED) != 0;
-    Json args = Json::array();
-    for (int64_t v : req.args) args.pushRaw(std::to_string(v));
-    Json j = Json::object();
-    j.add("function", name).addRaw("args", args.str());
+    Json args = req.args;
+    Json j = {{"function", name}, {"args", args}};
     if (reply.status != 0) {
         // The first line says why; the lines after it, if any, what may be
         // called instead.
@@ -667,21 +636,18 @@ int Runner::cmdShell(const std::vector<std::string>& a) {
         while (!text.empty() && text.back() == '\n') text.pop_back();
         const size_t eol = text.find('\n');
         const std::string detail = text.substr(0, eol);
-        if (eol != std::string::npos) j.add("callable", text.substr(eol + 1) + "\n");
+        if (eol != std::string::npos) j["callable"] = text.substr(eol + 1) + "\n";
         int rc = answered(reply.status, ResultSource::Protocol, detail, j);
         if (eol != std::string::npos) err_ << text.substr(eol + 1) << "\n";
         return rc;
     }
     if (json_) {
-        Json o = Json::object();
-        o.add("ok", variable || reply.result == 0)
-            .add("function", name)
-            .addRaw("args", args.str())
-            .add("result", static_cast<int64_t>(reply.result))
-            .add("variable", variable)
-            .add("truncated", truncated)
-            .add("output", reply.output);
-        out_ << o.str() << "\n";
+        Json o = okWith(variable || reply.result == 0, j);
+        o["result"] = reply.result;
+        o["variable"] = variable;
+        o["truncated"] = truncated;
+        o["output"] = reply.output;
+        printJson(o);
     } else {
         out_ << plainLines(reply.output);
         if (!reply.output.empty() && reply.output.back() != '\n') out_ << "\n";
@@ -703,10 +669,11 @@ int Runner::cmdEvent(const std::vector<std::string>& a) {
     Json ids = Json::array();
     auto addEventFields = [&](Json& o) {
         if (portUnit) {
-            o.add("event", "reset-port");
+            o["event"] = "reset-port";
             addIf(o, *portUnit);
         } else {
-            o.add("event", "reset-proto").addRaw("protocols", ids.str());
+            o["event"] = "reset-proto";
+            o["protocols"] = ids;
         }
     };
     if (a[1] == "reset-port") {
@@ -737,7 +704,7 @@ int Runner::cmdEvent(const std::vector<std::string>& a) {
         if (req.protos.size() > cmdp::MAX_PROTOS) return usage({"event reset-proto: too many ids", "event"});
         shown = "reset-proto";
         for (uint16_t p : req.protos) {
-            ids.pushRaw(std::to_string(p));
+            ids.push_back(p);
             shown += " " + std::to_string(p);
         }
     } else {
@@ -753,11 +720,10 @@ int Runner::cmdEvent(const std::vector<std::string>& a) {
         return answered(reply.result, ResultSource::Protocol, "", j);
     }
     if (json_) {
-        Json o = Json::object();
-        o.add("ok", true);
+        Json o = {{"ok", true}};
         addEventFields(o);
-        o.add("delivered", static_cast<int64_t>(reply.delivered));
-        out_ << o.str() << "\n";
+        o["delivered"] = reply.delivered;
+        printJson(o);
     } else {
         out_ << shown << ": delivered to " << reply.delivered << " route socket" << (reply.delivered == 1 ? "" : "s")
              << "\n";

@@ -6,69 +6,46 @@
 
 namespace ctl {
 
-std::string jsonString(std::string_view text) {
-    std::string r = "\"";
+namespace {
+
+// The bytes of `text` as the characters of their numbers, in UTF-8.
+std::string bytesAsCharacters(const std::string& text) {
+    std::string r;
+    r.reserve(text.size());
     for (char ch : text) {
-        unsigned char c = static_cast<unsigned char>(ch);
-        switch (c) {
-            case '"': r += "\\\""; break;
-            case '\\': r += "\\\\"; break;
-            case '\n': r += "\\n"; break;
-            case '\r': r += "\\r"; break;
-            case '\t': r += "\\t"; break;
-            default:
-                if (c < 0x20 || c >= 0x7F) {
-                    static const char digits[] = "0123456789abcdef";
-                    r += "\\u00";
-                    r += digits[c >> 4];
-                    r += digits[c & 0xF];
-                } else {
-                    r += static_cast<char>(c);
-                }
+        const auto c = static_cast<unsigned char>(ch);
+        if (c < 0x80) {
+            r += ch;
+        } else {
+            r += static_cast<char>(0xC0 | (c >> 6));
+            r += static_cast<char>(0x80 | (c & 0x3F));
         }
     }
-    r += "\"";
     return r;
 }
 
-Json Json::object() { return Json(); }
-
-Json Json::array() {
-    Json j;
-    j.isArray_ = true;
-    return j;
+void recodeStrings(Json& value) {
+    if (value.is_string()) value = bytesAsCharacters(value.get_ref<const std::string&>());
+    else if (value.is_structured())
+        for (Json& item : value) recodeStrings(item);
 }
 
-Json& Json::add(const std::string& key, const std::string& value) { return addRaw(key, jsonString(value)); }
-Json& Json::add(const std::string& key, const char* value) { return addRaw(key, jsonString(value)); }
-Json& Json::add(const std::string& key, int64_t value) { return addRaw(key, std::to_string(value)); }
-Json& Json::add(const std::string& key, bool value) { return addRaw(key, value ? "true" : "false"); }
+}  // namespace
 
-Json& Json::addRaw(const std::string& key, const std::string& json) {
-    items_.push_back(jsonString(key) + ":" + json);
-    return *this;
+std::string jsonLine(const Json& value) {
+    Json copy = value;
+    recodeStrings(copy);
+    // ensure_ascii: every character beyond ASCII as \uXXXX. The keys are the
+    // tool's own ASCII names, so strict UTF-8 handling cannot fail.
+    return copy.dump(-1, ' ', true);
 }
 
-Json& Json::push(const Json& value) { return pushRaw(value.str()); }
+std::string jsonString(std::string_view text) { return jsonLine(Json(std::string(text))); }
 
-Json& Json::merge(const Json& other) {
-    items_.insert(items_.end(), other.items_.begin(), other.items_.end());
-    return *this;
-}
-
-Json& Json::pushRaw(const std::string& json) {
-    items_.push_back(json);
-    return *this;
-}
-
-std::string Json::str() const {
-    std::string r = isArray_ ? "[" : "{";
-    for (size_t i = 0; i < items_.size(); i++) {
-        if (i > 0) r += ",";
-        r += items_[i];
-    }
-    r += isArray_ ? "]" : "}";
-    return r;
+Json okWith(bool ok, const Json& fields) {
+    Json o = {{"ok", ok}};
+    for (const auto& [key, value] : fields.items()) o[key] = value;
+    return o;
 }
 
 void printTable(std::ostream& out, const std::vector<std::pair<std::string, std::string>>& rows,

@@ -8,31 +8,23 @@
 #include <utility>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 namespace ctl {
 
-// A JSON string literal, quotes included; bytes outside printable ASCII are
-// escaped (\u00XX), so that any text the daemon holds stays valid JSON.
+// JSON values whose members keep the order they were added in.
+using Json = nlohmann::ordered_json;
+
+// One line of JSON text for `value`. Each byte of a string counts as one
+// character (U+0000 to U+00FF) and everything outside printable ASCII is
+// escaped (\u00XX), so that any text the daemon holds, whatever its bytes,
+// gives valid JSON from which a reader gets every byte back.
+std::string jsonLine(const Json& value);
+// A JSON string literal of `text`, quotes included, escaped as jsonLine does.
 std::string jsonString(std::string_view text);
 
-// A small ordered JSON object or array writer.
-class Json {
-  public:
-    static Json object();
-    static Json array();
-    Json& add(const std::string& key, const std::string& value);  // a string
-    Json& add(const std::string& key, const char* value);
-    Json& add(const std::string& key, int64_t value);
-    Json& add(const std::string& key, bool value);
-    Json& addRaw(const std::string& key, const std::string& json);  // already JSON
-    Json& push(const Json& value);                                  // array element
-    Json& pushRaw(const std::string& json);
-    Json& merge(const Json& other);  // the other object's members, after these
-    std::string str() const;
-
-  private:
-    bool isArray_ = false;
-    std::vector<std::string> items_;
-};
+// {"ok": ok} followed by the members of `fields` (an object).
+Json okWith(bool ok, const Json& fields);
 
 // "name: value" lines with the values in one column.
 void printTable(std::ostream& out, const std::vector<std::pair<std::string, std::string>>& rows,

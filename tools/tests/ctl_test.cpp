@@ -287,12 +287,32 @@ TEST(CtlResults, EveryCodeHasItsNameAndValue) {
 TEST(CtlJson, StringsAreEscapedAndObjectsKeepTheirOrder) {
     EXPECT_EQ("\"a\\\"b\\\\c\\r\\n\\t\\u0001\\u00ff\"", ctl::jsonString("a\"b\\c\r\n\t\x01\xff"));
     EXPECT_EQ("\"'%portname:%svlan.%cvlan'\"", ctl::jsonString("'%portname:%svlan.%cvlan'"));
-    ctl::Json o = ctl::Json::object();
-    o.add("b", int64_t{1}).add("a", "x").add("t", true).addRaw("n", "null");
-    EXPECT_EQ("{\"b\":1,\"a\":\"x\",\"t\":true,\"n\":null}", o.str());
-    ctl::Json a = ctl::Json::array();
-    a.push(ctl::Json::object()).pushRaw("2");
-    EXPECT_EQ("[{},2]", a.str());
+    ctl::Json o = {{"b", 1}, {"a", "x"}, {"t", true}, {"n", nullptr}};
+    EXPECT_EQ("{\"b\":1,\"a\":\"x\",\"t\":true,\"n\":null}", ctl::jsonLine(o));
+    EXPECT_EQ("[{},2]", ctl::jsonLine(ctl::Json::array({ctl::Json::object(), 2})));
+    EXPECT_EQ("{\"ok\":false,\"b\":1,\"a\":\"x\",\"t\":true,\"n\":null}", ctl::jsonLine(ctl::okWith(false, o)));
+}
+
+TEST(CtlJson, EveryByteOfATextComesBackFromTheParsedJson) {
+    std::string all;
+    for (int c = 0; c < 256; c++) all += static_cast<char>(c);
+    const std::string line = ctl::jsonLine({{"text", all}, {"list", {all}}});
+    for (char c : line) EXPECT_TRUE(c >= 0x20 && c < 0x7F) << "printable ASCII only: " << int(c);
+    const ctl::Json back = ctl::Json::parse(line);
+    for (const std::string& got : {back["text"].get<std::string>(), back["list"][0].get<std::string>()}) {
+        // Each byte is the character of its number: U+0080 and up are two bytes of UTF-8.
+        std::string bytes;
+        for (size_t i = 0; i < got.size(); i++) {
+            const auto b = static_cast<unsigned char>(got[i]);
+            if (b < 0x80) {
+                bytes += got[i];
+            } else {
+                ASSERT_LT(i + 1, got.size());
+                bytes += static_cast<char>(((b & 0x03) << 6) | (static_cast<unsigned char>(got[++i]) & 0x3F));
+            }
+        }
+        EXPECT_EQ(all, bytes);
+    }
 }
 
 // ---- help ---------------------------------------------------------------------------------------
