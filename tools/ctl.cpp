@@ -11,6 +11,7 @@
 #include "mgmt/mgmt_codes.h"
 #include "platform/number.h"
 #include "platform/types.h"
+#include "tools/metrics.h"
 #include "tools/text.h"
 
 namespace ctl {
@@ -85,6 +86,10 @@ class Runner {
     // transport failure, else 0 with `v` filled.
     int getValue(const CommandInfo& c, std::optional<uint32_t> unit, Value& v);
 
+    // Reads one value and shows it: "name: value", or a JSON object of
+    // `fields`, the name and code, and the value.
+    int showOne(const CommandInfo& c, std::optional<uint32_t> unit, Json fields);
+
     int cmdGet(const std::vector<std::string>& a);
     int cmdSet(const std::vector<std::string>& a, bool sync);
     int cmdIf(const std::vector<std::string>& a);
@@ -93,6 +98,10 @@ class Runner {
     int cmdIfSet(uint32_t unit, const std::string& label, const std::vector<std::string>& a, bool sync);
     int cmdIfCounters(uint32_t unit, const std::string& label);
     int cmdIfClear(uint32_t unit, const std::string& label);
+    int cmdMetrics(const std::vector<std::string>& a);
+    // The units the agent serves, in unit order, through the entry
+    // iterators; 0, or the exit status already reported.
+    int servedUnits(std::vector<uint32_t>& units);
     int cmdShell(const std::vector<std::string>& a);
     int cmdEvent(const std::vector<std::string>& a);
 
@@ -118,6 +127,20 @@ class Runner {
         return j;
     }
     void printJson(const Json& j) { out_ << jsonLine(j) << "\n"; }
+    // Values of one interface that were read: a JSON object with the
+    // interface and `members`, or `heading` and a table of `rows`.
+    int showIf(uint32_t unit, const Json& members, const std::string& heading,
+               const std::vector<std::pair<std::string, std::string>>& rows) {
+        if (json_) {
+            Json o = okWith(true, ifScope(unit));
+            for (const auto& [key, value] : members.items()) o[key] = value;
+            printJson(o);
+        } else {
+            out_ << heading << "\n";
+            printTable(out_, rows, "  ");
+        }
+        return EXIT_OK;
+    }
 };
 
 int Runner::usage(const UsageError& e) {
@@ -243,22 +266,24 @@ int Runner::getValue(const CommandInfo& c, std::optional<uint32_t> unit, Value& 
 
 std::string nameOf(const CommandInfo& c) { return c.name != nullptr ? c.name : std::to_string(c.code); }
 
+int Runner::showOne(const CommandInfo& c, std::optional<uint32_t> unit, Json fields) {
+    Value v;
+    if (int rc = getValue(c, unit, v); rc != 0) return rc;
+    fields["name"] = nameOf(c);
+    fields["code"] = c.code;
+    if (v.result != 0) return answered(v.result, ResultSource::Daemon, "", fields);
+    if (json_) printJson(withValue(okWith(true, fields), v));
+    else out_ << nameOf(c) << ": " << v.text << "\n";
+    return EXIT_OK;
+}
+
 int Runner::cmdGet(const std::vector<std::string>& a) {
     if (a.size() > 2) return usage({"get takes at most one name", "get"});
     if (a.size() == 2) {
         auto c = findScalar(a[1]);
         if (!c) return usage({"unknown global name '" + a[1] + "'", "names"});
         what_ = "get " + nameOf(*c);
-        Value v;
-        if (int rc = getValue(*c, std::nullopt, v); rc != 0) return rc;
-        Json j = {{"scope", "global"}, {"name", nameOf(*c)}, {"code", c->code}};
-        if (v.result != 0) return answered(v.result, ResultSource::Daemon, "", j);
-        if (json_) {
-            printJson(withValue(okWith(true, j), v));
-        } else {
-            out_ << nameOf(*c) << ": " << v.text << "\n";
-        }
-        return EXIT_OK;
+        return showOne(*c, std::nullopt, {{"scope", "global"}});
     }
     what_ = "get";
     std::vector<std::pair<std::string, std::string>> rows;
@@ -412,18 +437,7 @@ int Runner::cmdIfGet(uint32_t unit, const std::string& label, const std::vector<
         auto c = findIf(rest[1]);
         if (!c) return usage({"unknown interface name '" + rest[1] + "'", "names"});
         what_ = "if " + label + " get " + nameOf(*c);
-        Value v;
-        if (int rc = getValue(*c, unit, v); rc != 0) return rc;
-        Json j = ifScope(unit);
-        j["name"] = nameOf(*c);
-        j["code"] = c->code;
-        if (v.result != 0) return answered(v.result, ResultSource::Daemon, "", j);
-        if (json_) {
-            printJson(withValue(okWith(true, j), v));
-        } else {
-            out_ << nameOf(*c) << ": " << v.text << "\n";
-        }
-        return EXIT_OK;
+        return showOne(*c, unit, ifScope(unit));
     }
     what_ = "if " + label + " get";
     std::vector<std::pair<std::string, std::string>> rows;
@@ -442,16 +456,7 @@ int Runner::cmdIfGet(uint32_t unit, const std::string& label, const std::vector<
         values[c.name] = v.json;
         if (!v.raw.is_null()) raws[c.name] = v.raw;
     }
-    if (json_) {
-        Json o = okWith(true, ifScope(unit));
-        o["values"] = values;
-        o["raw"] = raws;
-        printJson(o);
-    } else {
-        out_ << labelOf(unit) << "\n";
-        printTable(out_, rows, "  ");
-    }
-    return EXIT_OK;
+    return showIf(unit, {{"values", values}, {"raw", raws}}, labelOf(unit), rows);
 }
 
 int Runner::cmdIfCounters(uint32_t unit, const std::string& label) {
@@ -465,15 +470,7 @@ int Runner::cmdIfCounters(uint32_t unit, const std::string& label) {
         rows.emplace_back(c->name, v.text);
         counters[c->name] = v.json;
     }
-    if (json_) {
-        Json o = okWith(true, ifScope(unit));
-        o["counters"] = counters;
-        printJson(o);
-    } else {
-        out_ << labelOf(unit) << " counters\n";
-        printTable(out_, rows, "  ");
-    }
-    return EXIT_OK;
+    return showIf(unit, {{"counters", counters}}, labelOf(unit) + " counters", rows);
 }
 
 int Runner::cmdIfClear(uint32_t unit, const std::string& label) {
@@ -499,9 +496,7 @@ int Runner::cmdIfClear(uint32_t unit, const std::string& label) {
     return EXIT_OK;
 }
 
-int Runner::cmdIfList() {
-    what_ = "if list";
-    std::vector<uint32_t> units;
+int Runner::servedUnits(std::vector<uint32_t>& units) {
     cmdp::CallRequest req;
     req.code = 4;
     req.valueKind = cmdp::VALUE_U32;
@@ -517,7 +512,15 @@ int Runner::cmdIfList() {
         if (int rc = exchange(req, reply); rc != 0) return rc;
         if (reply.result == 0 && reply.lenWord <= units.back()) break;  // no progress
     }
-    if (reply.result != 0 && reply.result != PPPOEPLUS_ERR) return answered(reply.result, ResultSource::Daemon, "", Json::object());
+    if (reply.result != 0 && reply.result != PPPOEPLUS_ERR)
+        return answered(reply.result, ResultSource::Daemon, "", Json::object());
+    return 0;
+}
+
+int Runner::cmdIfList() {
+    what_ = "if list";
+    std::vector<uint32_t> units;
+    if (int rc = servedUnits(units); rc != 0) return rc;
 
     static const uint32_t SHOWN[] = {PPPOEPLUS_IF_ENABLE, PPPOEPLUS_IF_TRUST, PPPOEPLUS_IF_POLICY,
                                      PPPOEPLUS_IF_IGNORE_PKT};
@@ -574,6 +577,53 @@ int Runner::cmdIfList() {
         while (!line.empty() && line.back() == ' ') line.pop_back();
         out_ << line << "\n";
     }
+    return EXIT_OK;
+}
+
+int Runner::cmdMetrics(const std::vector<std::string>& a) {
+    if (a.size() > 1) return usage({"metrics takes no arguments", "metrics"});
+    // Text only; a failure leaves stdout empty so that a collector never
+    // reads half a file, and is told on stderr.
+    json_ = false;
+    what_ = "metrics";
+    auto read = [this](const CommandInfo& c, std::optional<uint32_t> unit, uint32_t& into, bool& gone) {
+        Value v;
+        if (int rc = getValue(c, unit, v); rc != 0) return rc;
+        // An interface whose entry went away during the walk is left out.
+        if (unit && v.result == ZEL_ERR_NOT_FOUND) {
+            gone = true;
+            return 0;
+        }
+        if (v.result != 0) return answered(v.result, ResultSource::Daemon, nameOf(c), Json::object());
+        into = v.raw.is_null() ? v.json.get<uint32_t>() : v.raw.get<uint32_t>();
+        return 0;
+    };
+    MetricsSnapshot snap;
+    bool gone = false;
+    const std::pair<uint32_t, uint32_t*> globals[] = {{PPPOEPLUS_SCALAR_ENABLE, &snap.enable},
+                                                      {PPPOEPLUS_SCALAR_POLICY, &snap.policy},
+                                                      {PPPOEPLUS_SCALAR_VENDORID, &snap.vendorId}};
+    for (const auto& [code, into] : globals)
+        if (int rc = read(*findScalar(std::to_string(code)), std::nullopt, *into, gone); rc != 0) return rc;
+    std::vector<uint32_t> units;
+    if (int rc = servedUnits(units); rc != 0) return rc;
+    for (uint32_t unit : units) {
+        MetricsInterface i;
+        i.unit = unit;
+        i.name = resolver_.nameOf(unit);
+        gone = false;
+        const std::pair<uint32_t, uint32_t*> states[] = {{PPPOEPLUS_IF_ENABLE, &i.enable},
+                                                         {PPPOEPLUS_IF_TRUST, &i.trust},
+                                                         {PPPOEPLUS_IF_IGNORE_PKT, &i.ignore},
+                                                         {PPPOEPLUS_IF_POLICY, &i.policy}};
+        for (const auto& [code, into] : states)
+            if (int rc = read(*findIf(std::to_string(code)), unit, *into, gone); rc != 0) return rc;
+        i.counters.resize(ifCounters().size());
+        for (size_t k = 0; k < ifCounters().size(); k++)
+            if (int rc = read(*ifCounters()[k], unit, i.counters[k], gone); rc != 0) return rc;
+        if (!gone) snap.interfaces.push_back(i);
+    }
+    out_ << metricsText(snap);
     return EXIT_OK;
 }
 
@@ -830,6 +880,7 @@ int Runner::run(std::vector<std::string> args) {
     if (cmd == "set") return cmdSet(rest, false);
     if (cmd == "sync") return cmdSet(rest, true);
     if (cmd == "if" || cmd == "interface") return cmdIf(rest);
+    if (cmd == "metrics") return cmdMetrics(rest);
     if (cmd == "shell") return cmdShell(rest);
     if (cmd == "event") return cmdEvent(rest);
     return usage({"unknown command '" + cmd + "'", ""});

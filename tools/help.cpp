@@ -38,8 +38,10 @@ const char* const HELP_MAIN =
     "  event reset-port IF        raise the event that resets a port's configuration\n"
     "  event reset-proto [ID...]  raise the event that resets protocols' settings\n"
     "                             (default 141, the agent's own protocol)\n"
+    "  metrics                    the counters and states in the Prometheus text\n"
+    "                             format, for a textfile collector\n"
     "  help [TOPIC]               this text, or a topic: get set sync if shell event\n"
-    "                             names results\n"
+    "                             metrics names results\n"
     "\n"
     "NAME is the name of a setting or counter ('pppoeplusctl help names') or its\n"
     "command code. Values are words (on/off, keep/drop/replace/default,\n"
@@ -79,7 +81,8 @@ const char* const HELP_MAIN =
     "  pppoeplusctl if eth1 counters\n"
     "  pppoeplusctl --json if list\n"
     "  pppoeplusctl shell pppoeplusShow\n"
-    "  pppoeplusctl event reset-port eth1\n";
+    "  pppoeplusctl event reset-port eth1\n"
+    "  pppoeplusctl metrics\n";
 
 const char* const HELP_GET =
     "Usage: pppoeplusctl [--json] get [NAME]\n"
@@ -231,6 +234,39 @@ const char* const HELP_EVENT =
     "  pppoeplusctl event reset-port eth1\n"
     "  pppoeplusctl event reset-proto\n";
 
+const char* const HELP_METRICS =
+    "Usage: pppoeplusctl metrics\n"
+    "\n"
+    "Prints the agent's states and counters in the Prometheus text exposition\n"
+    "format (version 0.0.4), for node_exporter's textfile collector or any\n"
+    "scraper that reads a file. --json does not apply.\n"
+    "\n"
+    "Global gauges:\n"
+    "  pppoeplus_up                 1: the values were read from the daemon\n"
+    "  pppoeplus_enabled            the agent is enabled (1) or not (0)\n"
+    "  pppoeplus_policy             0 default, 1 keep, 2 drop, 3 replace\n"
+    "  pppoeplus_vendor_id          vendor id of the agent's tag\n"
+    "  pppoeplus_interfaces         interfaces the agent serves\n"
+    "\n"
+    "Per served interface, labelled interface=\"NAME\" and unit=\"UNIT\":\n"
+    "  pppoeplus_interface_enabled, pppoeplus_interface_trusted,\n"
+    "  pppoeplus_interface_ignore_packets (gauges, 0 or 1),\n"
+    "  pppoeplus_interface_policy (gauge, 0 to 3), and the counters\n"
+    "  pppoeplus_interface_receive_errors_total, ..._send_errors_total,\n"
+    "  ..._padi_received_total, ..._padr_received_total, ..._pado_received_total,\n"
+    "  ..._pads_received_total, ..._padt_received_total, ..._sent_total\n"
+    "\n"
+    "When the daemon cannot be reached, or answers with an error, nothing is\n"
+    "printed on standard output and the exit status is 3 (or 1): a collector\n"
+    "that writes the output to a temporary file and renames it only on success\n"
+    "never publishes half a file. An interface whose entry goes away while it\n"
+    "is read is left out.\n"
+    "\n"
+    "Example (what examples/pppoeplus-metrics.service does every 15 s):\n"
+    "  pppoeplusctl metrics > /var/lib/prometheus/node-exporter/pppoeplus.prom.tmp &&\n"
+    "    mv /var/lib/prometheus/node-exporter/pppoeplus.prom.tmp \\\n"
+    "       /var/lib/prometheus/node-exporter/pppoeplus.prom\n";
+
 const char* const HELP_RESULTS_HEAD =
     "Results of the daemon and its services, as pppoeplusctl names them:\n"
     "\n";
@@ -246,6 +282,7 @@ std::string helpText(const std::string& topic) {
     if (t == "if" || t == "interface") return HELP_IF;
     if (t == "shell") return HELP_SHELL;
     if (t == "event") return HELP_EVENT;
+    if (t == "metrics") return HELP_METRICS;
     if (t == "names") {
         std::ostringstream s;
         auto table = [&s](const char* title, const std::vector<CommandInfo>& rows) {
