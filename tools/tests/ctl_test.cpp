@@ -44,40 +44,35 @@ class FakeTransport : public ctl::Transport {
   public:
     explicit FakeTransport(FakeDaemon& d) : d_(d) {}
     int32_t call(const cmdp::CallRequest& req, cmdp::CallReply& reply, std::string& error) override {
-        d_.calls.push_back(req);
-        if (d_.transportResult != 0) {
-            error = d_.transportError;
-            return d_.transportResult;
-        }
-        reply = cmdp::CallReply();
-        reply.valueKind = req.valueKind;
-        reply.lenWord = req.lenWord;
-        if (d_.onCall) d_.onCall(req, reply);
-        return 0;
+        cmdp::CallReply fresh;
+        fresh.valueKind = req.valueKind;
+        fresh.lenWord = req.lenWord;
+        return answer(d_.calls, d_.onCall, req, reply, error, fresh);
     }
     int32_t shell(const cmdp::ShellRequest& req, cmdp::ShellReply& reply, std::string& error) override {
-        d_.shells.push_back(req);
-        if (d_.transportResult != 0) {
-            error = d_.transportError;
-            return d_.transportResult;
-        }
-        reply = cmdp::ShellReply();
-        if (d_.onShell) d_.onShell(req, reply);
-        return 0;
+        return answer(d_.shells, d_.onShell, req, reply, error, cmdp::ShellReply());
     }
     int32_t event(const cmdp::EventRequest& req, cmdp::EventReply& reply, std::string& error) override {
-        d_.events.push_back(req);
-        if (d_.transportResult != 0) {
-            error = d_.transportError;
-            return d_.transportResult;
-        }
-        reply = cmdp::EventReply();
-        reply.delivered = 1;
-        if (d_.onEvent) d_.onEvent(req, reply);
-        return 0;
+        cmdp::EventReply fresh;
+        fresh.delivered = 1;
+        return answer(d_.events, d_.onEvent, req, reply, error, fresh);
     }
 
   private:
+    // Records the request; fails it as the daemon says, or answers `fresh`
+    // as the test's handler changes it.
+    template <typename Request, typename Reply>
+    int32_t answer(std::vector<Request>& log, const std::function<void(const Request&, Reply&)>& handler,
+                   const Request& req, Reply& reply, std::string& error, const Reply& fresh) {
+        log.push_back(req);
+        if (d_.transportResult != 0) {
+            error = d_.transportError;
+            return d_.transportResult;
+        }
+        reply = fresh;
+        if (handler) handler(req, reply);
+        return 0;
+    }
     FakeDaemon& d_;
 };
 
