@@ -56,7 +56,11 @@ file(CONFIGURE OUTPUT ${PPPOEPLUS_GENERATED_DIR}/pppoeplusd.service CONTENT "${P
 install(FILES ${PPPOEPLUS_GENERATED_DIR}/pppoeplusd.service DESTINATION ${PPPOEPLUS_UNIT_DIR} COMPONENT data)
 
 # ---- configuration and documentation ------------------------------------------------------
-install(FILES ${CMAKE_SOURCE_DIR}/examples/pppoeplus.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT data)
+install(FILES ${CMAKE_SOURCE_DIR}/examples/pppoeplus.conf
+              # pppoeplusctl metrics for node_exporter's textfile collector, every 15 s
+              ${CMAKE_SOURCE_DIR}/examples/pppoeplus-metrics.service
+              ${CMAKE_SOURCE_DIR}/examples/pppoeplus-metrics.timer
+        DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT data)
 if(PPPOEPLUS_PACKAGE)
   if(NOT CMAKE_INSTALL_FULL_SYSCONFDIR STREQUAL "/etc")
     message(WARNING "PPPOEPLUS_PACKAGE: the configuration goes to ${CMAKE_INSTALL_FULL_SYSCONFDIR}, "

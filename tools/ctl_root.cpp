@@ -1,7 +1,7 @@
 // Where pppoeplusctl looks for the daemon's sockets when it is not told.
-#include <sys/stat.h>
-
+#include <filesystem>
 #include <string>
+#include <system_error>
 
 #include "platform/linux/cmd_proto.h"
 #include "tools/ctl.h"
@@ -9,8 +9,9 @@
 namespace ctl {
 
 bool isSocket(const std::string& path) {
-    struct stat st;
-    return ::stat(path.c_str(), &st) == 0 && S_ISSOCK(st.st_mode);
+    // Follows a symbolic link, as a connect() would; any failure is "no socket".
+    std::error_code ec;
+    return std::filesystem::is_socket(path, ec);
 }
 
 std::string defaultRoot(const char* envRoot, const std::function<bool(const std::string&)>& socketAt) {

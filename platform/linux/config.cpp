@@ -12,6 +12,7 @@
 #include <mutex>
 
 #include "platform/linux/plat_log.h"
+#include "platform/number.h"
 
 namespace linuxplat {
 
@@ -71,24 +72,10 @@ std::string where(std::string_view file, size_t line) { return std::string(file)
 }  // namespace
 
 bool configParseU32(std::string_view text, uint32_t& out) {
-    text = trim(text);
-    if (text.empty()) return false;
-    uint32_t base = 10;
-    if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
-        base = 16;
-        text.remove_prefix(2);
-    }
-    uint64_t v = 0;
-    for (char c : text) {
-        uint32_t d;
-        if (c >= '0' && c <= '9') d = static_cast<uint32_t>(c - '0');
-        else if (base == 16 && c >= 'a' && c <= 'f') d = static_cast<uint32_t>(c - 'a' + 10);
-        else if (base == 16 && c >= 'A' && c <= 'F') d = static_cast<uint32_t>(c - 'A' + 10);
-        else return false;
-        v = v * base + d;
-        if (v > 0xFFFFFFFFull) return false;
-    }
-    out = static_cast<uint32_t>(v);
+    // Blanks around the number are the file's layout, not part of it.
+    const auto value = numberParseU32(trim(text));
+    if (!value) return false;
+    out = *value;
     return true;
 }
 

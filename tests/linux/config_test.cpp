@@ -160,6 +160,16 @@ TEST(ConfigParse, Numbers) {
     EXPECT_FALSE(configParseU32("0x", v));
     EXPECT_FALSE(configParseU32("-1", v));
     EXPECT_FALSE(configParseU32("12a", v));
+    // Blanks around the number only; signs, inner blanks and a bare prefix fail.
+    EXPECT_TRUE(configParseU32("\t0XdE9\t", v));
+    EXPECT_EQ(0xDE9u, v);
+    EXPECT_TRUE(configParseU32("007", v));
+    EXPECT_EQ(7u, v);
+    v = 5;
+    for (const char* text : {"+1", "1 2", "0x 1", "0x-1", " 0x ", "0x100000000", "1.0", "   "}) {
+        EXPECT_FALSE(configParseU32(text, v)) << '"' << text << '"';
+        EXPECT_EQ(5u, v) << "a refused number leaves the value alone";
+    }
 }
 
 TEST(ConfigParse, MacAddresses) {

@@ -8,7 +8,7 @@ tree=$(mktemp -d)
 trap 'rm -rf "$tree"' EXIT
 cd "$tree"
 
-mkdir -p base agent format iftable packet mgmt diag daemon platform/sim platform/linux
+mkdir -p base agent format iftable packet mgmt diag daemon platform/sim platform/linux tools/tests
 echo '#include <cstdint>' > base/list.h
 printf '#include "base/list.h"\n#include "platform/os.h"\n' > agent/global.h
 printf '#include "agent/global.h"\n#include <string_view>\n' > format/keywords.cpp
@@ -20,6 +20,10 @@ printf '#include "mgmt/func_map.h"\n#include "packet/pkt_recv.h"\n' > daemon/sta
 printf '#include "platform/os.h"\n#include <sys/socket.h>\n' > platform/linux/os.cpp
 printf '#include "platform/common/mem_pool.h"\n' > platform/sim/os.cpp
 echo '#include <cstdint>' > platform/os.h
+printf '#include "mgmt/mgmt_codes.h"\n#include "platform/types.h"\n#include "platform/linux/cmd_proto.h"\n' > tools/ctl.cpp
+printf '#include "tools/ctl.h"\n#include <net/if.h>\n' > tools/pppoeplusctl.cpp
+# The tool's tests link what they test against: no layer of their own.
+printf '#include "diag/diag.h"\n#include "platform/sim/sim.h"\n#include <sys/socket.h>\n' > tools/tests/t.cpp
 
 fail() { echo "FAIL: $*"; exit 1; }
 
@@ -43,7 +47,11 @@ expect_refused diag/diag.cpp '#include "daemon/startup.h"' 'diag includes daemon
 expect_refused platform/sim/os.cpp '#include "daemon/startup.h"' 'platform/sim includes daemon'
 expect_refused platform/sim/os.cpp '#include "platform/linux/os_linux.h"' 'platform/sim includes platform/linux'
 expect_refused packet/pkt_recv.cpp '#include <sys/socket.h>' 'operating-system header <sys/socket.h>'
-expect_refused base/list.h '#include "tools/ctl.h"' 'in no folder of the table'
+expect_refused base/list.h '#include "tests/sim_fixture.h"' 'in no folder of the table'
+expect_refused base/list.h '#include "tools/ctl.h"' 'base includes tools'
+expect_refused tools/ctl.cpp '#include "mgmt/mgmt_types.h"' 'of mgmt only mgmt/mgmt_codes.h'
+expect_refused tools/ctl.cpp '#include "format/keywords.h"' 'tools includes format'
+expect_refused tools/ctl.cpp '#include <sys/stat.h>' 'operating-system header <sys/stat.h>'
 
 out=$("$check" "$tree") || fail "the tree put back was refused: $out"
-echo "check-layers: clean tree passes, 9 kinds of upward include refused"
+echo "check-layers: clean tree passes, 13 kinds of upward include refused"

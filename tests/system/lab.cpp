@@ -21,8 +21,11 @@
 #include <cstring>
 #include <fstream>
 #include <future>
+#include <optional>
 #include <regex>
 #include <sstream>
+
+#include <nlohmann/json.hpp>
 
 #ifndef PPPOEPLUSD_PATH
 #error "PPPOEPLUSD_PATH names the daemon binary"
@@ -355,69 +358,72 @@ void Capture::writePcap(const std::string& path, const std::vector<Frame>& frame
     }
 }
 
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// The first string of a field's value: the value itself, or for a raw field
+// ([hex, offset, length, mask, type]) and a field tshark met more than once
+// (an array, --no-duplicate-keys) its first element.
+std::string firstString(const Json& value) {
+    if (value.is_string()) return value.get<std::string>();
+    if (value.is_array() && !value.empty()) return firstString(value.front());
+    return "";
+}
+
+// The value of the first field named `key` in `node`, in the order tshark
+// wrote them (a field before what lies below it); nothing when absent.
+std::optional<std::string> firstField(const Json& node, const std::string& key) {
+    if (node.is_object()) {
+        for (const auto& [name, value] : node.items()) {
+            if (name == key) return firstString(value);
+            if (auto found = firstField(value, key)) return found;
+        }
+    } else if (node.is_array()) {
+        for (const Json& value : node)
+            if (auto found = firstField(value, key)) return found;
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
 std::vector<Decoded> tsharkDecode(const std::string& pcap, std::string& error) {
-    std::vector<Decoded> out;
-    Result fields = exec({"tshark", "-r", pcap, "-T", "fields", "-E", "separator=|", "-E", "occurrence=f", "-e",
-                          "eth.src", "-e", "pppoe.code", "-e", "ieee8021ad.id", "-e", "vlan.id", "-e",
-                          "vlan.priority", "-e", "pppoed.tags.vendor_id", "-e", "pppoed.tags.circuit_id", "-e",
-                          "pppoed.tags.remote_id"},
-                         60);
-    if (fields.status != 0) {
-        error = "tshark -T fields: " + fields.all();
-        return out;
-    }
-    std::istringstream lines(fields.out);
-    std::string line;
-    while (std::getline(lines, line)) {
-        std::vector<std::string> f;
-        std::string cur;
-        for (char c : line) {
-            if (c == '|') {
-                f.push_back(cur);
-                cur.clear();
-            } else {
-                cur += c;
-            }
-        }
-        f.push_back(cur);
-        if (f.size() != 8) {
-            error = "tshark gave an odd line: " + line;
-            return {};
-        }
-        Decoded d;
-        d.src = f[0];
-        d.code = f[1];
-        d.svid = f[2];
-        d.vlan = f[3];
-        d.vlanPri = f[4];
-        d.vendorId = f[5];
-        d.circuitId = f[6];
-        d.remoteId = f[7];
-        out.push_back(d);
-    }
-    // The sub-options' bytes, packet by packet, from the JSON with raw bytes.
-    Result json = exec({"tshark", "-r", pcap, "-T", "json", "-x"}, 60);
+    // Every field with its bytes (-x: the "..._raw" fields); a field that
+    // occurs twice in one tree becomes an array instead of a second key.
+    Result json = exec({"tshark", "-r", pcap, "-T", "json", "-x", "--no-duplicate-keys"}, 60);
     if (json.status != 0) {
         error = "tshark -T json: " + json.all();
         return {};
     }
-    const std::string& text = json.out;
-    std::vector<size_t> starts;
-    for (size_t at = text.find("\"_index\""); at != std::string::npos; at = text.find("\"_index\"", at + 1))
-        starts.push_back(at);
-    if (starts.size() != out.size()) {
-        error = "tshark's JSON has " + std::to_string(starts.size()) + " packets, its fields " +
-                std::to_string(out.size());
+    const Json packets = Json::parse(json.out, nullptr, false);
+    if (packets.is_discarded() || !packets.is_array()) {
+        error = "tshark -T json gave no list of packets: " + json.out.substr(0, 200);
         return {};
     }
-    static const std::regex circuit("\"pppoed\\.tags\\.circuit_id_raw\": \\[\\s*\"([0-9a-f]*)\"");
-    static const std::regex remote("\"pppoed\\.tags\\.remote_id_raw\": \\[\\s*\"([0-9a-f]*)\"");
-    for (size_t i = 0; i < starts.size(); i++) {
-        size_t end = i + 1 < starts.size() ? starts[i + 1] : text.size();
-        std::string packet = text.substr(starts[i], end - starts[i]);
-        std::smatch m;
-        if (std::regex_search(packet, m, circuit)) out[i].circuitHex = m[1];
-        if (std::regex_search(packet, m, remote)) out[i].remoteHex = m[1];
+    std::vector<Decoded> out;
+    for (const Json& packet : packets) {
+        const Json* layers = nullptr;
+        if (packet.is_object() && packet.contains("_source") && packet["_source"].is_object() &&
+            packet["_source"].contains("layers"))
+            layers = &packet["_source"]["layers"];
+        if (layers == nullptr) {
+            error = "tshark's JSON has a packet without layers: " + packet.dump().substr(0, 200);
+            return {};
+        }
+        auto field = [layers](const char* key) { return firstField(*layers, key).value_or(""); };
+        Decoded d;
+        d.src = field("eth.src");
+        d.code = field("pppoe.code");
+        d.svid = field("ieee8021ad.id");
+        d.vlan = field("vlan.id");
+        d.vlanPri = field("vlan.priority");
+        d.vendorId = field("pppoed.tags.vendor_id");
+        d.circuitId = field("pppoed.tags.circuit_id");
+        d.remoteId = field("pppoed.tags.remote_id");
+        d.circuitHex = field("pppoed.tags.circuit_id_raw");
+        d.remoteHex = field("pppoed.tags.remote_id_raw");
+        out.push_back(d);
     }
     return out;
 }

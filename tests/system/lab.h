@@ -92,8 +92,9 @@ class Capture {
     std::thread thread_;
 };
 
-// What tshark makes of a frame: the fields of `tshark -T fields` (empty when
-// absent) and, for the two sub-options, their bytes in hex (`-T json -x`).
+// What tshark makes of a frame (`tshark -T json -x`): the first occurrence of
+// each field (empty when absent) and, for the two sub-options, their bytes
+// in hex.
 struct Decoded {
     std::string src;
     std::string code;     // "0x09"

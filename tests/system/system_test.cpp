@@ -3,9 +3,12 @@
 // serving the bridge's ports), drives it with pppoe, pppoe-server, scapy and
 // pppoeplusctl, and checks what the server side received as tshark decodes
 // it, byte for byte where bytes matter.
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <map>
 #include <string>
 #include <vector>
@@ -138,6 +141,21 @@ class SystemTest : public ::testing::Test {
 
 // ---- default formats -----------------------------------------------------------------------------
 
+// What the Prometheus client's parser reads in `text`: "FAMILY TYPE SAMPLE
+// {LABELS} VALUE" lines (tools/tests/parse_metrics.py).
+std::string parsedMetrics(const std::string& text) {
+    char path[] = "/tmp/pppoeplus-metrics-XXXXXX";
+    const int fd = ::mkstemp(path);
+    if (fd < 0) return "mkstemp failed";
+    const bool written = ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    ::close(fd);
+    const std::string script = std::string(PPPOEPLUS_SYSTEM_TEST_DIR) + "/../../tools/tests/parse_metrics.py";
+    Result r = st::exec({"sh", "-c", "exec /usr/bin/python3 \"$0\" < \"$1\"", script, path});
+    ::unlink(path);
+    if (!written || r.status != 0) return "parse failed: " + r.all();
+    return r.out;
+}
+
 TEST_F(SystemTest, ARealClientsDiscoveryReachesTheServerTaggedWithTheDefaultFormats) {
     ST_NEED(true, false);
     LAB_UP(Lab::Options());
@@ -187,7 +205,25 @@ TEST_F(SystemTest, ARealClientsDiscoveryReachesTheServerTaggedWithTheDefaultForm
               ctl({"if", "p1", "counters"}));
     EXPECT_EQ("total-send: 2\n", ctl({"if", "p2", "get", "total-send"}));
     EXPECT_EQ("padi-rcv: 0\n", ctl({"if", "p2", "get", "padi-rcv"}));
+
+    // The same counters as metrics, read back by the Prometheus client's parser.
+    const std::string metrics = ctl({"metrics"});
+    const std::string parsed = parsedMetrics(metrics);
+    const std::string p1 = "{interface=p1,unit=" + std::to_string(lab.unit("p1")) + "} ";
+    const std::string p2 = "{interface=p2,unit=" + std::to_string(lab.unit("p2")) + "} ";
+    for (const std::string& sample :
+         std::vector<std::string>{"pppoeplus_up {} 1", "pppoeplus_enabled {} 1", "pppoeplus_vendor_id {} 3561",
+          "pppoeplus_interface_padi_received_total " + p1 + "1",
+          "pppoeplus_interface_padr_received_total " + p1 + "1",
+          "pppoeplus_interface_sent_total " + p1 + "0", "pppoeplus_interface_sent_total " + p2 + "2",
+          "pppoeplus_interface_trusted " + p1 + "0", "pppoeplus_interface_trusted " + p2 + "1"})
+        EXPECT_TRUE(contains(parsed, " " + sample + "\n")) << sample << "\n" << parsed << metrics;
+
     EXPECT_EQ(0, lab.stopDaemon());
+    // Without a daemon: nothing on stdout, exit 3.
+    Result gone = lab.ctl({"metrics"});
+    EXPECT_EQ(3, gone.status) << gone.all();
+    EXPECT_EQ("", gone.out);
     // Stopped, the agent leaves the client port's rule (fail closed).
     EXPECT_TRUE(contains(lab.in(lab.agent(), {"nft", "list", "set", "bridge", "pppoeplus", "ports"}).out, "\"p1\""));
 }

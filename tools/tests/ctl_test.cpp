@@ -3,6 +3,11 @@
 // request and answers as a test tells it.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <functional>
@@ -13,6 +18,7 @@
 #include "mgmt/mgmt_types.h"
 #include "platform/types.h"
 #include "tools/ctl.h"
+#include "platform/number.h"
 
 namespace {
 
@@ -38,40 +44,35 @@ class FakeTransport : public ctl::Transport {
   public:
     explicit FakeTransport(FakeDaemon& d) : d_(d) {}
     int32_t call(const cmdp::CallRequest& req, cmdp::CallReply& reply, std::string& error) override {
-        d_.calls.push_back(req);
-        if (d_.transportResult != 0) {
-            error = d_.transportError;
-            return d_.transportResult;
-        }
-        reply = cmdp::CallReply();
-        reply.valueKind = req.valueKind;
-        reply.lenWord = req.lenWord;
-        if (d_.onCall) d_.onCall(req, reply);
-        return 0;
+        cmdp::CallReply fresh;
+        fresh.valueKind = req.valueKind;
+        fresh.lenWord = req.lenWord;
+        return answer(d_.calls, d_.onCall, req, reply, error, fresh);
     }
     int32_t shell(const cmdp::ShellRequest& req, cmdp::ShellReply& reply, std::string& error) override {
-        d_.shells.push_back(req);
-        if (d_.transportResult != 0) {
-            error = d_.transportError;
-            return d_.transportResult;
-        }
-        reply = cmdp::ShellReply();
-        if (d_.onShell) d_.onShell(req, reply);
-        return 0;
+        return answer(d_.shells, d_.onShell, req, reply, error, cmdp::ShellReply());
     }
     int32_t event(const cmdp::EventRequest& req, cmdp::EventReply& reply, std::string& error) override {
-        d_.events.push_back(req);
-        if (d_.transportResult != 0) {
-            error = d_.transportError;
-            return d_.transportResult;
-        }
-        reply = cmdp::EventReply();
-        reply.delivered = 1;
-        if (d_.onEvent) d_.onEvent(req, reply);
-        return 0;
+        cmdp::EventReply fresh;
+        fresh.delivered = 1;
+        return answer(d_.events, d_.onEvent, req, reply, error, fresh);
     }
 
   private:
+    // Records the request; fails it as the daemon says, or answers `fresh`
+    // as the test's handler changes it.
+    template <typename Request, typename Reply>
+    int32_t answer(std::vector<Request>& log, const std::function<void(const Request&, Reply&)>& handler,
+                   const Request& req, Reply& reply, std::string& error, const Reply& fresh) {
+        log.push_back(req);
+        if (d_.transportResult != 0) {
+            error = d_.transportError;
+            return d_.transportResult;
+        }
+        reply = fresh;
+        if (handler) handler(req, reply);
+        return 0;
+    }
     FakeDaemon& d_;
 };
 
@@ -181,19 +182,19 @@ TEST(CtlTables, NamesAreFoundInEverySpellingAndByNumber) {
 // ---- values ----------------------------------------------------------------------------------
 
 TEST(CtlValues, NumbersAreDecimalOrHexAndFitTheirWidth) {
-    EXPECT_EQ(3561u, ctl::parseU32("3561"));
-    EXPECT_EQ(0xDE9u, ctl::parseU32("0xde9"));
-    EXPECT_EQ(0xFFFFFFFFu, ctl::parseU32("4294967295"));
-    EXPECT_FALSE(ctl::parseU32("4294967296").has_value());
-    EXPECT_FALSE(ctl::parseU32("0x").has_value());
-    EXPECT_FALSE(ctl::parseU32("12a").has_value());
-    EXPECT_FALSE(ctl::parseU32("-1").has_value());
-    EXPECT_FALSE(ctl::parseU32("").has_value());
-    EXPECT_EQ(-5, ctl::parseI64("-5"));
-    EXPECT_EQ(0x10, ctl::parseI64("0x10"));
-    EXPECT_EQ(INT64_MIN, ctl::parseI64("-9223372036854775808"));
-    EXPECT_FALSE(ctl::parseI64("9223372036854775808").has_value());
-    EXPECT_FALSE(ctl::parseI64("p1").has_value());
+    EXPECT_EQ(3561u, numberParseU32("3561"));
+    EXPECT_EQ(0xDE9u, numberParseU32("0xde9"));
+    EXPECT_EQ(0xFFFFFFFFu, numberParseU32("4294967295"));
+    EXPECT_FALSE(numberParseU32("4294967296").has_value());
+    EXPECT_FALSE(numberParseU32("0x").has_value());
+    EXPECT_FALSE(numberParseU32("12a").has_value());
+    EXPECT_FALSE(numberParseU32("-1").has_value());
+    EXPECT_FALSE(numberParseU32("").has_value());
+    EXPECT_EQ(-5, numberParseI64("-5"));
+    EXPECT_EQ(0x10, numberParseI64("0x10"));
+    EXPECT_EQ(INT64_MIN, numberParseI64("-9223372036854775808"));
+    EXPECT_FALSE(numberParseI64("9223372036854775808").has_value());
+    EXPECT_FALSE(numberParseI64("p1").has_value());
 }
 
 TEST(CtlValues, WordsBecomeTheNumbersTheDaemonTakes) {
@@ -286,12 +287,32 @@ TEST(CtlResults, EveryCodeHasItsNameAndValue) {
 TEST(CtlJson, StringsAreEscapedAndObjectsKeepTheirOrder) {
     EXPECT_EQ("\"a\\\"b\\\\c\\r\\n\\t\\u0001\\u00ff\"", ctl::jsonString("a\"b\\c\r\n\t\x01\xff"));
     EXPECT_EQ("\"'%portname:%svlan.%cvlan'\"", ctl::jsonString("'%portname:%svlan.%cvlan'"));
-    ctl::Json o = ctl::Json::object();
-    o.add("b", int64_t{1}).add("a", "x").add("t", true).addRaw("n", "null");
-    EXPECT_EQ("{\"b\":1,\"a\":\"x\",\"t\":true,\"n\":null}", o.str());
-    ctl::Json a = ctl::Json::array();
-    a.push(ctl::Json::object()).pushRaw("2");
-    EXPECT_EQ("[{},2]", a.str());
+    ctl::Json o = {{"b", 1}, {"a", "x"}, {"t", true}, {"n", nullptr}};
+    EXPECT_EQ("{\"b\":1,\"a\":\"x\",\"t\":true,\"n\":null}", ctl::jsonLine(o));
+    EXPECT_EQ("[{},2]", ctl::jsonLine(ctl::Json::array({ctl::Json::object(), 2})));
+    EXPECT_EQ("{\"ok\":false,\"b\":1,\"a\":\"x\",\"t\":true,\"n\":null}", ctl::jsonLine(ctl::okWith(false, o)));
+}
+
+TEST(CtlJson, EveryByteOfATextComesBackFromTheParsedJson) {
+    std::string all;
+    for (int c = 0; c < 256; c++) all += static_cast<char>(c);
+    const std::string line = ctl::jsonLine({{"text", all}, {"list", {all}}});
+    for (char c : line) EXPECT_TRUE(c >= 0x20 && c < 0x7F) << "printable ASCII only: " << int(c);
+    const ctl::Json back = ctl::Json::parse(line);
+    for (const std::string& got : {back["text"].get<std::string>(), back["list"][0].get<std::string>()}) {
+        // Each byte is the character of its number: U+0080 and up are two bytes of UTF-8.
+        std::string bytes;
+        for (size_t i = 0; i < got.size(); i++) {
+            const auto b = static_cast<unsigned char>(got[i]);
+            if (b < 0x80) {
+                bytes += got[i];
+            } else {
+                ASSERT_LT(i + 1, got.size());
+                bytes += static_cast<char>(((b & 0x03) << 6) | (static_cast<unsigned char>(got[++i]) & 0x3F));
+            }
+        }
+        EXPECT_EQ(all, bytes);
+    }
 }
 
 // ---- help ---------------------------------------------------------------------------------------
@@ -301,11 +322,11 @@ TEST_F(CtlTest, HelpNamesEveryCommandAndEveryTopicHasItsOwn) {
     EXPECT_EQ(0, r.status);
     for (const char* part : {"get [NAME]", "set NAME VALUE", "sync NAME VALUE", "if list", "if IF get [NAME]",
                              "if IF set NAME VALUE", "if IF sync NAME VALUE", "if IF counters", "if IF clear",
-                             "shell FUNCTION", "event reset-port IF", "event reset-proto", "--json", "--root",
+                             "shell FUNCTION", "event reset-port IF", "event reset-proto", "metrics", "--json", "--root",
                              "Exit status", "ZEL_ERR_NOT_FOUND (0x3E80002)", "ip netns exec"})
         EXPECT_TRUE(has(r.out, part)) << part;
     EXPECT_TRUE(daemon_.calls.empty());
-    for (const char* topic : {"get", "set", "sync", "if", "shell", "event", "names", "results"}) {
+    for (const char* topic : {"get", "set", "sync", "if", "shell", "event", "metrics", "names", "results"}) {
         Outcome t = run({"help", topic});
         EXPECT_EQ(0, t.status) << topic;
         EXPECT_EQ(ctl::helpText(topic), t.out) << topic;
@@ -643,15 +664,25 @@ TEST_F(CtlTest, AGetOfAllReadsEverySettingAndCounter) {
     EXPECT_TRUE(has(r.err, "ZEL_ERR_NOT_FOUND (0x3E80002)")) << r.err;
 }
 
+// The entry iterators of a table with entries 5 and 12; true when `q` was one.
+bool walkUnitsFiveAndTwelve(const cmdp::CallRequest& q, cmdp::CallReply& r) {
+    if (q.code == 4) {
+        r.lenWord = 5;
+        return true;
+    }
+    if (q.code == 5) {
+        if (q.unit < 12) r.lenWord = 12;
+        else r.result = -1;
+        return true;
+    }
+    return false;
+}
+
 TEST_F(CtlTest, TheListWalksTheTableInUnitOrder) {
     // Entries 5 and 12; unit 12 trusted.
     daemon_.onCall = [](const cmdp::CallRequest& q, cmdp::CallReply& r) {
-        if (q.code == 4) {
-            r.lenWord = 5;
-        } else if (q.code == 5) {
-            if (q.unit < 12) r.lenWord = 12;
-            else r.result = -1;
-        } else if (q.code == 6) {
+        if (walkUnitsFiveAndTwelve(q, r)) return;
+        if (q.code == 6) {
             switch (q.cmd) {
                 case PPPOEPLUS_IF_ENABLE: r.lenWord = 1; break;
                 case PPPOEPLUS_IF_TRUST: r.lenWord = q.unit == 12 ? 1 : 2; break;
@@ -680,6 +711,133 @@ TEST_F(CtlTest, TheListWalksTheTableInUnitOrder) {
     EXPECT_EQ("no interface is served\n", r.out);
     r = run({"--json", "if", "list"});
     EXPECT_EQ("{\"ok\":true,\"interfaces\":[]}\n", r.out);
+}
+
+// ---- metrics ------------------------------------------------------------------------------------
+
+// Global enable on, policy replace, vendor id 3561; entries 5 (p1) and 12
+// (eth3, trusted, policy drop), each counter a number of its own.
+void answerLikeAnAgent(const cmdp::CallRequest& q, cmdp::CallReply& r) {
+    if (q.code == 1) {
+        switch (q.cmd) {
+            case PPPOEPLUS_SCALAR_ENABLE: r.lenWord = 1; break;
+            case PPPOEPLUS_SCALAR_POLICY: r.lenWord = 3; break;
+            case PPPOEPLUS_SCALAR_VENDORID: r.lenWord = 3561; break;
+            default: r.lenWord = 0;
+        }
+    } else if (walkUnitsFiveAndTwelve(q, r)) {
+        return;
+    } else if (q.code == 6) {
+        switch (q.cmd) {
+            case PPPOEPLUS_IF_ENABLE: r.lenWord = 1; break;
+            case PPPOEPLUS_IF_TRUST: r.lenWord = q.unit == 12 ? 1 : 2; break;
+            case PPPOEPLUS_IF_POLICY: r.lenWord = q.unit == 12 ? 2 : 0; break;
+            case PPPOEPLUS_IF_IGNORE_PKT: r.lenWord = 2; break;
+            default: r.lenWord = q.cmd * 100 + q.unit;  // counters 9 to 16
+        }
+    }
+}
+
+// What the Python client's parser makes of `text` (tools/tests/parse_metrics.py).
+std::string parsedByPrometheusClient(const std::string& text, int& status) {
+    char path[] = "/tmp/pppoeplusctl-metrics-XXXXXX";
+    const int fd = mkstemp(path);
+    if (fd < 0) return "mkstemp failed";
+    FILE* f = fdopen(fd, "w");
+    fwrite(text.data(), 1, text.size(), f);
+    fclose(f);
+    const std::string cmd =
+        std::string("/usr/bin/python3 ") + PPPOEPLUS_SOURCE_DIR + "/tools/tests/parse_metrics.py < " + path + " 2>&1";
+    FILE* p = popen(cmd.c_str(), "r");
+    std::string out;
+    char buf[4096];
+    size_t n;
+    while (p != nullptr && (n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
+    status = p != nullptr ? pclose(p) : -1;
+    unlink(path);
+    return out;
+}
+
+TEST_F(CtlTest, MetricsAreTheCountersAndStatesAsThePrometheusParserReadsThem) {
+    daemon_.onCall = answerLikeAnAgent;
+    Outcome r = run({"metrics"});
+    ASSERT_EQ(0, r.status) << r.err;
+    EXPECT_EQ("", r.err);
+    EXPECT_TRUE(has(r.out, "# HELP pppoeplus_interface_padi_received_total Valid PADI received here.\n"
+                           "# TYPE pppoeplus_interface_padi_received_total counter\n"
+                           "pppoeplus_interface_padi_received_total{interface=\"p1\",unit=\"5\"} 1105\n"))
+        << r.out;
+    int status = -1;
+    const std::string parsed = parsedByPrometheusClient(r.out, status);
+    ASSERT_EQ(0, status) << parsed;
+    const char* const expected[] = {
+        "pppoeplus_enabled gauge pppoeplus_enabled {} 1",
+        "pppoeplus_interface_enabled gauge pppoeplus_interface_enabled {interface=eth3,unit=12} 1",
+        "pppoeplus_interface_enabled gauge pppoeplus_interface_enabled {interface=p1,unit=5} 1",
+        "pppoeplus_interface_ignore_packets gauge pppoeplus_interface_ignore_packets {interface=p1,unit=5} 0",
+        "pppoeplus_interface_pado_received counter pppoeplus_interface_pado_received_total "
+        "{interface=eth3,unit=12} 1312",
+        "pppoeplus_interface_padi_received counter pppoeplus_interface_padi_received_total "
+        "{interface=p1,unit=5} 1105",
+        "pppoeplus_interface_padr_received counter pppoeplus_interface_padr_received_total "
+        "{interface=p1,unit=5} 1205",
+        "pppoeplus_interface_pads_received counter pppoeplus_interface_pads_received_total "
+        "{interface=p1,unit=5} 1405",
+        "pppoeplus_interface_padt_received counter pppoeplus_interface_padt_received_total "
+        "{interface=eth3,unit=12} 1512",
+        "pppoeplus_interface_policy gauge pppoeplus_interface_policy {interface=eth3,unit=12} 2",
+        "pppoeplus_interface_policy gauge pppoeplus_interface_policy {interface=p1,unit=5} 0",
+        "pppoeplus_interface_receive_errors counter pppoeplus_interface_receive_errors_total "
+        "{interface=p1,unit=5} 905",
+        "pppoeplus_interface_send_errors counter pppoeplus_interface_send_errors_total "
+        "{interface=eth3,unit=12} 1012",
+        "pppoeplus_interface_sent counter pppoeplus_interface_sent_total {interface=eth3,unit=12} 1612",
+        "pppoeplus_interface_trusted gauge pppoeplus_interface_trusted {interface=eth3,unit=12} 1",
+        "pppoeplus_interface_trusted gauge pppoeplus_interface_trusted {interface=p1,unit=5} 0",
+        "pppoeplus_interfaces gauge pppoeplus_interfaces {} 2",
+        "pppoeplus_policy gauge pppoeplus_policy {} 3",
+        "pppoeplus_up gauge pppoeplus_up {} 1",
+        "pppoeplus_vendor_id gauge pppoeplus_vendor_id {} 3561",
+    };
+    for (const char* line : expected) EXPECT_TRUE(has(parsed, std::string(line) + "\n")) << line << "\n" << parsed;
+    // 5 global samples, 2 interfaces x (4 states + 8 counters).
+    EXPECT_EQ(5u + 2 * 12, static_cast<size_t>(std::count(parsed.begin(), parsed.end(), '\n'))) << parsed;
+}
+
+TEST_F(CtlTest, MetricsPrintNothingWhenTheDaemonCannotBeReachedOrRefuses) {
+    daemon_.transportResult = -1;
+    daemon_.transportError = "connect: No such file or directory";
+    Outcome r = run({"metrics"});
+    EXPECT_EQ(ctl::EXIT_UNREACHABLE, r.status);
+    EXPECT_EQ("", r.out);
+    EXPECT_TRUE(has(r.err, "cannot reach the daemon")) << r.err;
+    // --json does not apply: still nothing on stdout.
+    r = run({"--json", "metrics"});
+    EXPECT_EQ(ctl::EXIT_UNREACHABLE, r.status);
+    EXPECT_EQ("", r.out);
+    // The daemon fails halfway through the interfaces: nothing either.
+    daemon_.transportResult = 0;
+    daemon_.onCall = [](const cmdp::CallRequest& q, cmdp::CallReply& r) {
+        answerLikeAnAgent(q, r);
+        if (q.code == 6 && q.unit == 12 && q.cmd == PPPOEPLUS_IF_PADT_RCV) r.result = ZEL_ERR_GENERAL;
+    };
+    r = run({"metrics"});
+    EXPECT_EQ(ctl::EXIT_RESULT, r.status);
+    EXPECT_EQ("", r.out);
+    EXPECT_TRUE(has(r.err, "ZEL_ERR_GENERAL")) << r.err;
+    EXPECT_EQ(ctl::EXIT_USAGE, run({"metrics", "now"}).status);
+}
+
+TEST_F(CtlTest, MetricsLeaveOutAnInterfaceWhoseEntryWentAwayDuringTheWalk) {
+    daemon_.onCall = [](const cmdp::CallRequest& q, cmdp::CallReply& r) {
+        answerLikeAnAgent(q, r);
+        if (q.code == 6 && q.unit == 5 && q.cmd == PPPOEPLUS_IF_PADR_RCV) r.result = ZEL_ERR_NOT_FOUND;
+    };
+    Outcome r = run({"metrics"});
+    ASSERT_EQ(0, r.status) << r.err;
+    EXPECT_TRUE(has(r.out, "\npppoeplus_interfaces 1\n")) << r.out;
+    EXPECT_FALSE(has(r.out, "unit=\"5\"")) << r.out;
+    EXPECT_TRUE(has(r.out, "pppoeplus_interface_sent_total{interface=\"eth3\",unit=\"12\"} 1612\n")) << r.out;
 }
 
 // ---- shell and events ----------------------------------------------------------------------------
