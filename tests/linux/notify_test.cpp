@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 #include <systemd/sd-daemon.h>
 #include <poll.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -15,7 +17,6 @@
 #include <atomic>
 #include <cstring>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "lt_frames.h"
@@ -114,71 +115,68 @@ TEST(NotifyWatchdog, AStuckWorkerStopsThePings) {
     lt::TempDir dir;
     NotifySocket manager(dir.path() + "/notify");
     ASSERT_TRUE(manager.ok());
-    // A datagram socket's queue is short: the messages are read as they come.
-    std::atomic<bool> done{false};
-    std::vector<std::string> messages;
-    std::thread reader([&] {
-        while (!done) {
-            auto got = manager.read(50);
-            messages.insert(messages.end(), got.begin(), got.end());
-        }
-    });
-    struct Collector {
-        std::atomic<bool>& done;
-        std::thread& reader;
-        std::vector<std::string>& messages;
-        std::vector<std::string> get() {
-            if (reader.joinable()) {
-                ::usleep(200000);
-                done = true;
-                reader.join();
+    // A datagram socket's queue is short: the messages are read as they
+    // come, while the child runs. The child is forked by hand, with no other
+    // thread in this process, so that nothing it inherits is held.
+    std::fflush(nullptr);
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        ::setenv("NOTIFY_SOCKET", (dir.path() + "/notify").c_str(), 1);
+        ::setenv("WATCHDOG_USEC", "200000", 1);
+        ::setenv("PPPOEPLUS_LOG", "stderr", 1);
+        ::setenv("PPPOEPLUS_CONF", "/dev/null", 1);
+        static uint32_t lock = silCreateMSem(0x1 | 0x4 | 0x8);
+        static std::atomic<bool> stop{false};
+        static std::atomic<uint32_t> turns{0};
+        // The worker: take the lock, give it back, wait 10 ms; again.
+        uint32_t task = 0;
+        const tSilTaskEntry worker = [] {
+            while (!stop) {
+                silTakeSem(lock, -1);
+                silGiveSem(lock);
+                zel_timeval tv{0, 10000};
+                zel_select(0, nullptr, nullptr, nullptr, &tv);
+                turns++;
             }
-            return messages;
-        }
-        ~Collector() { (void)get(); }
-    } collector{done, reader, messages};
-    auto r = lt::runChild("",
-                          {"NOTIFY_SOCKET=" + dir.path() + "/notify", "WATCHDOG_USEC=200000", "PPPOEPLUS_LOG=stderr",
-                           "PPPOEPLUS_CONF=/dev/null"},
-                          [] {
-                              static uint32_t lock = silCreateMSem(0x1 | 0x4 | 0x8);
-                              static std::atomic<bool> stop{false};
-                              static std::atomic<uint32_t> turns{0};
-                              // The worker: take the lock, give it back, wait 10 ms; again.
-                              uint32_t task = 0;
-                              CHECK_EQ(0, silCreateTask(
-                                              "worker", 50, 65536,
-                                              [] {
-                                                  while (!stop) {
-                                                      silTakeSem(lock, -1);
-                                                      silGiveSem(lock);
-                                                      zel_timeval tv{0, 10000};
-                                                      zel_select(0, nullptr, nullptr, nullptr, &tv);
-                                                      turns++;
-                                                  }
-                                              },
-                                              0, 0, &task));
-                              // Each phase lasts a number of the worker's turns (at least
-                              // 10 ms each, 50 turns at least half a second, several
-                              // ping intervals of 50 ms), however slow the machine.
-                              auto waitTurns = [](uint32_t n) {
-                                  const uint32_t until = turns + n;
-                                  while (turns < until) ::usleep(5000);
-                              };
-                              waitTurns(50);
-                              silTakeSem(lock, -1);
-                              sd_notify(0, "PHASE=stuck");
-                              const uint32_t before = turns;
-                              ::usleep(800000);
-                              CHECK_TRUE(turns <= before + 1);
-                              sd_notify(0, "PHASE=turning");
-                              silGiveSem(lock);
-                              waitTurns(50);
-                              stop = true;
-                              ::usleep(50000);
-                          });
-    std::vector<std::string> all = collector.get();
-    ASSERT_TRUE(r.ok()) << r.failures;
+        };
+        if (silCreateTask("worker", 50, 65536, worker, 0, 0, &task) != 0) ::_exit(3);
+        // Each phase lasts a number of the worker's turns (at least 10 ms
+        // each, 50 turns at least half a second, several ping intervals of
+        // 50 ms), however slow the machine.
+        auto waitTurns = [](uint32_t n) {
+            const uint32_t until = turns + n;
+            while (turns < until) ::usleep(5000);
+        };
+        waitTurns(50);
+        silTakeSem(lock, -1);
+        sd_notify(0, "PHASE=stuck");
+        const uint32_t before = turns;
+        ::usleep(800000);
+        if (turns > before + 1) ::_exit(4);  // the lock did not stop the worker
+        sd_notify(0, "PHASE=turning");
+        silGiveSem(lock);
+        waitTurns(50);
+        stop = true;
+        ::usleep(50000);
+        ::_exit(0);
+    }
+    std::vector<std::string> all;
+    int status = -1;
+    for (int64_t end = nowMs() + 60000; nowMs() < end;) {
+        auto got = manager.read(50);
+        all.insert(all.end(), got.begin(), got.end());
+        if (::waitpid(pid, &status, WNOHANG) == pid) break;
+        status = -1;
+    }
+    if (status == -1) {
+        ::kill(pid, SIGKILL);
+        ::waitpid(pid, nullptr, 0);
+    }
+    auto rest = manager.read(200);
+    all.insert(all.end(), rest.begin(), rest.end());
+    ASSERT_TRUE(status != -1 && WIFEXITED(status)) << "the child did not end: " << joined(all);
+    ASSERT_EQ(0, WEXITSTATUS(status)) << joined(all);
     ASSERT_FALSE(all.empty());
     EXPECT_NE(std::string::npos, all[0].find("READY=1")) << joined(all);
     size_t before = 0, stuck = 0, after = 0;
