@@ -255,6 +255,17 @@ void start() {
     }
 }
 
+// Takes the hardware rule of `unit` away, under gProtoMutex: 0, or the
+// rule's error (the port is forgotten either way).
+uint32_t ruleRemove(uint32_t unit) {
+    auto rule = gRuleName.find(unit);
+    if (rule == gRuleName.end()) return 0;
+    std::string was = rule->second;
+    gRuleName.erase(rule);
+    int rc = hwruleSet(was, false);
+    return rc != 0 ? static_cast<uint32_t>(rc) : 0;
+}
+
 const LinkInfo* findLocked(uint32_t unit) {
     if (unit == 0 || unit > 0x7FFFFFFF) return nullptr;
     return gTable.find(static_cast<int32_t>(unit));
@@ -400,15 +411,7 @@ uint32_t zelIfSetApi(uint32_t unit, uint32_t attr, void* value) {
             std::unique_lock<std::shared_mutex> trap(gTrapMutex);
             gTrap.erase(static_cast<int32_t>(unit));
         }
-        if (proto.protoId == ZEL_PROTO_PPPOEPLUS_HW && !dflt) {
-            auto rule = gRuleName.find(unit);
-            if (rule != gRuleName.end()) {
-                std::string was = rule->second;
-                gRuleName.erase(rule);
-                int rc = hwruleSet(was, false);
-                if (rc != 0) return static_cast<uint32_t>(rc);
-            }
-        }
+        if (proto.protoId == ZEL_PROTO_PPPOEPLUS_HW && !dflt) return ruleRemove(unit);
         return 0;
     }
 
@@ -442,13 +445,7 @@ uint32_t zelIfSetApi(uint32_t unit, uint32_t attr, void* value) {
             return 0;
         }
         st.on = false;
-        if (rule != gRuleName.end()) {
-            std::string was = rule->second;
-            gRuleName.erase(rule);
-            int rc = hwruleSet(was, false);
-            if (rc != 0) return static_cast<uint32_t>(rc);
-        }
-        return 0;
+        return ruleRemove(unit);
     }
     st.on = on;
     return 0;
