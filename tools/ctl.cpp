@@ -8,6 +8,7 @@
 #include <iomanip>
 #include <sstream>
 
+#include "generated/pppoeplus_version.h"
 #include "mgmt/mgmt_codes.h"
 #include "platform/number.h"
 #include "platform/types.h"
@@ -22,7 +23,6 @@ namespace {
 
 constexpr uint32_t TEXT_CAPACITY = 512;  // a format is below 256 bytes, the version 21
 constexpr uint32_t NSR_CAPACITY = 16;
-const char* const TOOL_VERSION = "pppoeplusctl 1.0";
 
 struct UsageError {
     std::string message;
@@ -804,7 +804,7 @@ int Runner::run(std::vector<std::string> args) {
         if (a == "--json") json_ = true;
         else if (a == "-h" || a == "--help") help = true;
         else if (a == "--version") {
-            out_ << TOOL_VERSION << "\n";
+            out_ << "pppoeplusctl (pppoeplus) " << PPPOEPLUS_PRODUCT_VERSION << "\n";
             return EXIT_OK;
         } else if (is("--root")) {
             if (!valueOf(root_)) return usage({"--root needs a directory", ""});

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "platform/linux/cmd_proto.h"
-#include "generated/pppoeplus_version.h"
 #include "tools/ctl.h"
 
 namespace {
@@ -53,10 +52,6 @@ class NetnsResolver : public ctl::Resolver {
 
 int main(int argc, char** argv) {
     std::vector<std::string> args(argv + 1, argv + argc);
-    if (args.size() == 1 && args[0] == "--version") {
-        std::cout << "pppoeplusctl (pppoeplus) " << PPPOEPLUS_PRODUCT_VERSION << "\n";
-        return 0;
-    }
     std::string root = ctl::defaultRoot(std::getenv("PPPOEPLUS_ROOT"), ctl::isSocket);
     NetnsResolver resolver;
     auto factory = [](const ctl::Endpoints& ep) { return std::make_unique<SocketTransport>(ep); };

@@ -17,6 +17,7 @@
 
 #include "mgmt/mgmt_types.h"
 #include "platform/types.h"
+#include "generated/pppoeplus_version.h"
 #include "tools/ctl.h"
 #include "platform/number.h"
 
@@ -371,7 +372,7 @@ TEST_F(CtlTest, NoCommandOrAWrongOneIsAUsageError) {
     EXPECT_TRUE(has(r.err, "unknown option '--bogus'"));
     r = run({"--version"});
     EXPECT_EQ(0, r.status);
-    EXPECT_TRUE(has(r.out, "pppoeplusctl"));
+    EXPECT_EQ("pppoeplusctl (pppoeplus) " PPPOEPLUS_PRODUCT_VERSION "\n", r.out);
     EXPECT_TRUE(daemon_.calls.empty());
 }
 
