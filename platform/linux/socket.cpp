@@ -6,9 +6,8 @@
 // buffer of some size, the packet socket receives through a memory-mapped ring
 // of twice that size (what the kernel would grant a buffer), read in place
 // without a system call per frame; platform.rxring = no keeps the socket's
-// receive queue. The platform's route socket (domain 16)
-// is one end of a local socket pair whose other end the interface database
-// and the event service write the platform's route messages to.
+// receive queue. The platform's route socket (domain 16) is route_sock.cpp's,
+// the records of both kinds sock_table.cpp's.
 #include <dlfcn.h>
 #include <linux/filter.h>
 #include <linux/if_ether.h>
@@ -21,12 +20,9 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
-#include <array>
-#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <iterator>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <shared_mutex>
@@ -37,34 +33,14 @@
 #include "platform/linux/notify.h"
 #include "platform/linux/pkt.h"
 #include "platform/linux/plat_log.h"
+#include "platform/linux/route_sock.h"
 #include "platform/linux/rx_ring.h"
+#include "platform/linux/sock_table.h"
 #include "platform/socket.h"
 
 namespace linuxplat {
 
 namespace {
-
-enum class SockKind { Packet, Route };
-
-// The receive ring of a packet socket, shared by the worker that reads it
-// and the management thread that sizes it.
-struct RingBox {
-    std::mutex mutex;
-    RxRing ring;
-};
-
-struct SockInfo {
-    SockKind kind = SockKind::Packet;
-    bool rxInfo = false;   // receive information requested
-    int32_t name = 0;      // ZEL_SO_NAME value
-    int platformEnd = -1;  // route socket: the end the platform writes
-    bool joined = false;   // route socket: in group 1
-    std::shared_ptr<RingBox> ring;  // packet socket with platform.rxring on
-};
-
-std::shared_mutex gSockMutex;
-// Never destroyed: other threads may still use it while the process ends.
-auto& gSocks = *new std::map<int, SockInfo>;
 
 // Largest frame read or built; discovery frames are far smaller.
 constexpr size_t FRAME_MAX = 16 * 1024;
@@ -80,64 +56,6 @@ constexpr int64_t OTHERS_POLL_NS = 1000000;
 // ... though the clock is only read on every so many such waits: each costs
 // a frame's handling, far below the period above.
 constexpr uint32_t OTHERS_CLOCK_EVERY = 16;
-
-thread_local int32_t tLastErrno = 0;
-
-int32_t fail(int err) {
-    tLastErrno = err;
-    errno = err;
-    return -1;
-}
-
-// Bumped, with gSockMutex held exclusively, whenever a socket record is
-// added, changed or removed.
-std::atomic<uint64_t> gSockGen{1};
-
-void socksChanged() { gSockGen.fetch_add(1, std::memory_order_acq_rel); }
-
-// Each thread keeps the records it looked up last, good for as long as no
-// record changed since: the worker asks about the same two descriptors
-// several times per frame, and then takes no lock to do so.
-struct SockCacheEntry {
-    int fd = -1;
-    uint64_t gen = 0;
-    SockInfo info;
-};
-constexpr size_t SOCK_CACHE_SIZE = 2;
-thread_local std::array<SockCacheEntry, SOCK_CACHE_SIZE> tSockCache;
-thread_local size_t tSockCacheNext = 0;
-
-// The record of `fd`, or null when the platform did not open it. The
-// record stays valid on this thread until its next lookup of another
-// descriptor.
-const SockInfo* lookupRef(int fd) {
-    const uint64_t gen = gSockGen.load(std::memory_order_acquire);
-    for (SockCacheEntry& e : tSockCache)
-        if (e.fd == fd && e.gen == gen) return &e.info;
-    // Read after the generation: a change made meanwhile makes the entry
-    // stale at the next lookup, never wrongly current.
-    std::shared_lock<std::shared_mutex> lock(gSockMutex);
-    auto it = gSocks.find(fd);
-    if (it == gSocks.end()) return nullptr;
-    SockCacheEntry* slot = nullptr;
-    for (SockCacheEntry& e : tSockCache)
-        if (e.fd == fd) slot = &e;
-    if (slot == nullptr) {
-        slot = &tSockCache[tSockCacheNext];
-        tSockCacheNext = (tSockCacheNext + 1) % SOCK_CACHE_SIZE;
-    }
-    slot->fd = fd;
-    slot->gen = gen;
-    slot->info = it->second;
-    return &slot->info;
-}
-
-bool lookup(int fd, SockInfo& out) {
-    const SockInfo* info = lookupRef(fd);
-    if (info == nullptr) return false;
-    out = *info;
-    return true;
-}
 
 TxTpids txTpids() {
     static const TxTpids tpids = [] {
@@ -221,26 +139,6 @@ void ringResize(int fd, const SockInfo& info, int32_t asked) {
     if (!ring.open(fd, blocks))
         platLog(PLAT_LOG_WARNING, "packet socket: no receive ring of %u KiB (%s); using the receive queue",
                 blocks * (RxRing::BLOCK_SIZE / 1024), std::strerror(errno));
-}
-
-int32_t routeSocket() {
-    ifdbStart();
-    eventServiceStart();
-    int sv[2];
-    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sv) != 0) return fail(errno);
-    int size = 4 << 20;
-    if (::setsockopt(sv[1], SOL_SOCKET, SO_SNDBUFFORCE, &size, sizeof(size)) != 0)
-        (void)::setsockopt(sv[1], SOL_SOCKET, SO_SNDBUF, &size, sizeof(size));
-    ::shutdown(sv[0], SHUT_WR);
-    {
-        std::unique_lock<std::shared_mutex> lock(gSockMutex);
-        SockInfo info;
-        info.kind = SockKind::Route;
-        info.platformEnd = sv[1];
-        gSocks[sv[0]] = info;
-        socksChanged();
-    }
-    return sv[0];
 }
 
 // A frame as the kernel handed it over, from either the ring or the queue.
@@ -431,58 +329,6 @@ int32_t packetSend(int fd, const zel_msghdr* msg) {
 }
 
 }  // namespace
-
-size_t packetRingBytes(int fd) {
-    SockInfo info;
-    if (!lookup(fd, info) || !info.ring) return 0;
-    std::lock_guard<std::mutex> lock(info.ring->mutex);
-    return info.ring->ring.bytes();
-}
-
-// ---- route sockets ---------------------------------------------------------------------
-
-void routeJoin(int daemonFd) {
-    int platformEnd = -1;
-    {
-        std::unique_lock<std::shared_mutex> lock(gSockMutex);
-        auto it = gSocks.find(daemonFd);
-        if (it == gSocks.end() || it->second.kind != SockKind::Route || it->second.joined) return;
-        it->second.joined = true;
-        socksChanged();
-        platformEnd = it->second.platformEnd;
-    }
-    // As at boot, when the device's interfaces appear after its processes:
-    // every interface there is now is announced to the newcomer as new.
-    auto announce = configParseBool(configGetOr("platform.announce", "yes"));
-    if (announce.value_or(true) && platformEnd >= 0) {
-        uint32_t sent = 0;
-        for (const auto& m : ifdbAnnouncements())
-            if (::send(platformEnd, m.data(), m.size(), MSG_DONTWAIT | MSG_NOSIGNAL) == static_cast<ssize_t>(m.size()))
-                sent++;
-        platLog(PLAT_LOG_INFO, "route socket %d: %u interface(s) announced", daemonFd, sent);
-    }
-}
-
-void routeUnregister(int daemonFd) {
-    std::unique_lock<std::shared_mutex> lock(gSockMutex);
-    auto it = gSocks.find(daemonFd);
-    if (it == gSocks.end()) return;
-    if (it->second.platformEnd >= 0) ::close(it->second.platformEnd);
-    gSocks.erase(it);
-    socksChanged();
-}
-
-uint32_t routeDeliver(const std::vector<uint8_t>& msg) {
-    uint32_t delivered = 0;
-    std::shared_lock<std::shared_mutex> lock(gSockMutex);
-    for (const auto& [fd, info] : gSocks) {
-        if (info.kind != SockKind::Route || !info.joined || info.platformEnd < 0) continue;
-        ssize_t n = ::send(info.platformEnd, msg.data(), msg.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-        if (n == static_cast<ssize_t>(msg.size())) delivered++;
-        else platLog(PLAT_LOG_WARNING, "route socket %d: message lost: %s", fd, std::strerror(errno));
-    }
-    return delivered;
-}
 
 }  // namespace linuxplat
 
@@ -745,4 +591,4 @@ int32_t zel_close(int32_t fd) {
     return 0;
 }
 
-int32_t errnoGet(void) { return tLastErrno; }
+int32_t errnoGet(void) { return sockLastErrno(); }
