@@ -24,6 +24,7 @@
 #include "platform/linux/config.h"
 #include "platform/linux/hwrule.h"
 #include "platform/linux/internal.h"
+#include "platform/linux/opconf.h"
 #include "platform/linux/plat_log.h"
 #include "platform/linux/rtnl.h"
 #include "platform/types.h"
@@ -158,6 +159,9 @@ void applyEvents(const std::vector<std::pair<LinkEvent, LinkInfo>>& events) {
         }
         if (change.removed || change.renamed) protoFollowLink(change, link.ifindex, name);
         for (const auto& m : change.messages) routeDeliver(m);
+        // The operational configuration follows: a new name gets its lines.
+        if (change.removed) opconfLinkGone(static_cast<uint32_t>(link.ifindex));
+        else if (change.added || change.renamed) opconfLinkNew(static_cast<uint32_t>(link.ifindex));
     }
 }
 
@@ -317,6 +321,14 @@ uint32_t ifdbUnitByName(const std::string& name) {
     return 0;
 }
 
+std::vector<std::pair<uint32_t, std::string>> ifdbLinks() {
+    ifdbStart();
+    std::vector<std::pair<uint32_t, std::string>> out;
+    std::shared_lock<std::shared_mutex> lock(gTableMutex);
+    for (const auto& [index, link] : gTable.links) out.emplace_back(static_cast<uint32_t>(index), link.name);
+    return out;
+}
+
 std::string ifdbName(uint32_t unit) {
     std::shared_lock<std::shared_mutex> lock(gTableMutex);
     const LinkInfo* l = findLocked(unit);
@@ -424,8 +436,10 @@ uint32_t zelIfSetApi(uint32_t unit, uint32_t attr, void* value) {
     if (proto.protoId == ZEL_PROTO_PPPOEPLUS) {
         st.on = on;
         std::unique_lock<std::shared_mutex> trap(gTrapMutex);
-        if (on) gTrap.insert(static_cast<int32_t>(unit));
-        else gTrap.erase(static_cast<int32_t>(unit));
+        // A port the daemon starts to serve gets its configured settings
+        // (queued: they are written once the daemon gives its lock back).
+        if (on && gTrap.insert(static_cast<int32_t>(unit)).second) opconfServed(unit);
+        if (!on) gTrap.erase(static_cast<int32_t>(unit));
         return 0;
     }
     if (proto.protoId == ZEL_PROTO_PPPOEPLUS_HW) {
