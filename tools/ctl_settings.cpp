@@ -16,23 +16,38 @@
 namespace ctl {
 
 int Runner::getValue(const CommandInfo& c, std::optional<uint32_t> unit, Value& v) {
-    cmdp::CallRequest req;
-    req.code = unit ? 6 : 1;
-    req.unit = unit.value_or(0);
-    req.cmd = c.code;
-    if (c.type == ValueType::Text) {
-        req.valueKind = cmdp::VALUE_STR;
-        req.capacity = TEXT_CAPACITY;
-        req.lenWord = TEXT_CAPACITY;
-    } else if (c.type == ValueType::Nsr) {
-        req.valueKind = cmdp::VALUE_STR;
-        req.capacity = NSR_CAPACITY;
-        req.lenWord = NSR_CAPACITY;
-    } else {
-        req.valueKind = cmdp::VALUE_U32;
-    }
     cmdp::CallReply reply;
-    if (int rc = exchange(req, reply); rc != 0) return rc;
+    if (c.owner == Owner::Platform) {
+        // The platform's own settings: through the control service.
+        Json req{{"op", "get"}, {"name", nameOf(c)}};
+        if (unit) req["if"] = resolver_.nameOf(*unit);
+        Json answer;
+        if (int rc = control(req, answer); rc != 0) return rc;
+        if (!answer.value("ok", false) || !answer.contains("value") || !answer["value"].is_number_unsigned()) {
+            v.result = cmdp::ERR_UNSUPPORTED;
+            v.text = answer.value("error", "no value");
+            v.json = nullptr;
+            return 0;
+        }
+        reply.lenWord = answer["value"].get<uint32_t>();
+    } else {
+        cmdp::CallRequest req;
+        req.code = mapRows(unit.has_value()).get;
+        req.unit = unit.value_or(0);
+        req.cmd = c.code;
+        if (c.type == ValueType::Text) {
+            req.valueKind = cmdp::VALUE_STR;
+            req.capacity = TEXT_CAPACITY;
+            req.lenWord = TEXT_CAPACITY;
+        } else if (c.type == ValueType::Nsr) {
+            req.valueKind = cmdp::VALUE_STR;
+            req.capacity = NSR_CAPACITY;
+            req.lenWord = NSR_CAPACITY;
+        } else {
+            req.valueKind = cmdp::VALUE_U32;
+        }
+        if (int rc = exchange(req, reply); rc != 0) return rc;
+    }
     v.result = reply.result;
     if (reply.result != 0) return 0;
     switch (c.type) {
@@ -135,7 +150,7 @@ int Runner::doSet(const CommandInfo& c, std::optional<uint32_t> unit, const std:
     const std::string verb = sync ? "sync" : "set";
     what_ = (unit ? "if " + label + " " : std::string()) + verb + " " + nameOf(c);
     cmdp::CallRequest req;
-    req.code = unit ? (sync ? 8 : 7) : (sync ? 3 : 2);
+    req.code = sync ? (unit ? PPPOEPLUS_FUNC_IF_SYNC : PPPOEPLUS_FUNC_SCALAR_SYNC) : mapRows(unit.has_value()).set;
     req.unit = unit.value_or(0);
     req.cmd = c.code;
     std::string shown;
@@ -162,6 +177,21 @@ int Runner::doSet(const CommandInfo& c, std::optional<uint32_t> unit, const std:
         }
         ParsedWord w = parseValue(c.type, valueArgs.empty() ? std::string() : valueArgs[0]);
         if (!w.ok) return usage({nameOf(c) + ": " + w.error, unit ? "if" : verb});
+        if (c.owner == Owner::Platform) {
+            if (sync) return usage({nameOf(c) + " is a setting of the platform: set it, there is no sync", verb});
+            Json req{{"op", "set"}, {"name", nameOf(c)}, {"value", w.value}};
+            if (unit) req["if"] = resolver_.nameOf(*unit);
+            Json answer;
+            if (int rc = control(req, answer); rc != 0) return rc;
+            Json j = unit ? ifScope(*unit) : Json{{"scope", "global"}};
+            j["action"] = verb;
+            j["name"] = nameOf(c);
+            j["value"] = valueWord(c.type, w.value);
+            if (!answer.value("ok", false)) return controlRefused(answer, j);
+            if (json_) printJson(okWith(true, j));
+            else out_ << (unit ? label + ": " : std::string()) << nameOf(c) << " set to " << valueWord(c.type, w.value) << "\n";
+            return EXIT_OK;
+        }
         req.valueKind = cmdp::VALUE_U32;
         req.lenWord = w.value;
         raw = w.value;
