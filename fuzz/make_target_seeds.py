@@ -247,3 +247,24 @@ CONFIGS = {
 }
 for name, text in CONFIGS.items():
     write("config_fuzz", name + ".conf", text)
+
+
+# ---- control_fuzz: a control request body ---------------------------------------------------
+
+CONTROLS = {
+    "get": b'{"op":"get","name":"fuzz-rate"}',
+    "set": b'{"op":"set","name":"fuzz-rate","value":500}',
+    "set-too-big": b'{"op":"set","name":"fuzz-rate","value":4294967296}',
+    "set-negative": b'{"op":"set","name":"fuzz-rate","value":-1}',
+    "set-text": b'{"op":"set","name":"fuzz-rate","value":"5"}',
+    "set-if": b'{"op":"set","name":"fuzz-rate","if":"nosuch0","value":5}',
+    "unknown": b'{"op":"nosuch"}',
+    "root": b'{"op":"root-thing"}',
+    "no-op": b'{"name":"fuzz-rate"}',
+    "array": b'[1,2,3]',
+    "deep": b'[' * 4000 + b']' * 4000,
+    "broken": b'{"op":"get",',
+    "bad-utf8": b'{"op":"\xff\xfe"}',
+}
+for name, text in CONTROLS.items():
+    write("control_fuzz", name + ".json", text)
