@@ -187,6 +187,9 @@ thread_local int tHeld = 0;
 // and changes that failed but were not reported yet. Under gMutex.
 auto& gPending = *new std::vector<Change>;
 auto& gUnreported = *new std::vector<Change>;
+// Whether either holds anything: letting go of the daemon's lock (once per
+// frame on the worker) looks at this alone while nothing was gathered.
+std::atomic<bool> gAnyPending{false};
 // Told about every change that could not be loaded. Set once, at start.
 std::atomic<HwruleFailed> gOnFailed{nullptr};
 
@@ -272,6 +275,7 @@ int setOrGather(const std::vector<std::string>& names, bool on) {
     if (gCtx == nullptr) return ZEL_ERR_UNSUPPORTED;
     if (tHeld > 0) {
         for (const std::string& n : names) gPending.push_back({n, on});
+        gAnyPending.store(true, std::memory_order_release);
         return 0;
     }
     if (gPending.empty()) return setLocked(names, on);
@@ -291,6 +295,7 @@ int setOrGather(const std::vector<std::string>& names, bool on) {
         if (isMine) rc = ZEL_ERR_GENERAL;
         else gUnreported.push_back(c);
     }
+    gAnyPending.store(!gUnreported.empty(), std::memory_order_release);
     return rc;
 }
 
@@ -307,6 +312,7 @@ void hwruleHoldEnd() {
 }
 
 int hwruleCommit() {
+    if (!gAnyPending.load(std::memory_order_acquire)) return 0;
     std::vector<Change> failed;
     {
         std::lock_guard<std::mutex> lock(gMutex);
@@ -314,6 +320,7 @@ int hwruleCommit() {
         std::vector<Change> changes;
         changes.swap(gPending);
         failed.swap(gUnreported);
+        gAnyPending.store(false, std::memory_order_release);
         std::vector<Change> now = commitLocked(changes);
         failed.insert(failed.end(), now.begin(), now.end());
     }
