@@ -1,6 +1,7 @@
 // nftables rules of the hardware rule protocol, loaded in process through
-// libnftables: one transaction per change, as `nft -f` would run the same
-// script, without a child process.
+// libnftables, as `nft -f` would run the same script, without a child
+// process: one transaction per change, or one for all the changes a thread
+// asks for while it holds the daemon's lock.
 #include "platform/linux/hwrule.h"
 
 #include <linux/capability.h>
@@ -8,6 +9,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <mutex>
 #include <set>
 
@@ -169,7 +172,161 @@ int setLocked(const std::vector<std::string>& names, bool on) {
     return 0;
 }
 
+// ---- gathering ----------------------------------------------------------------------------
+
+// One rule change asked for: a port name on or off.
+struct Change {
+    std::string name;
+    bool on = false;
+};
+
+// Semaphores of the platform this thread holds (the daemon's lock among
+// them). While it holds one, its rule changes are gathered.
+thread_local int tHeld = 0;
+// Changes gathered and not loaded yet, in the order they were asked for;
+// and changes that failed but were not reported yet. Under gMutex.
+auto& gPending = *new std::vector<Change>;
+auto& gUnreported = *new std::vector<Change>;
+// Whether either holds anything: letting go of the daemon's lock (once per
+// frame on the worker) looks at this alone while nothing was gathered.
+std::atomic<bool> gAnyPending{false};
+// Told about every change that could not be loaded. Set once, at start.
+std::atomic<HwruleFailed> gOnFailed{nullptr};
+
+// The script that makes `changes`, in their order, in one transaction:
+// consecutive changes of one kind share a command. With the table not
+// loaded yet, it is loaded first (replacing one an earlier run left) with
+// the ports the changes leave on; a removal then only undoes an earlier add
+// of the same batch, as a removal before the table exists changes nothing.
+// Empty when nothing is to be done. Called with gMutex held.
+std::string batchScript(const std::vector<Change>& changes) {
+    if (!gTableMade) {
+        std::vector<std::string> first;
+        for (const Change& c : changes) {
+            auto it = std::find(first.begin(), first.end(), c.name);
+            if (c.on && it == first.end()) first.push_back(c.name);
+            if (!c.on && it != first.end()) first.erase(it);
+        }
+        if (first.empty()) return std::string();
+        return "add table bridge " + gTable + "\ndelete table bridge " + gTable + "\n" + hwruleTableScript(gTable) +
+               hwruleElementsScript(gTable, first, true);
+    }
+    std::string script;
+    std::vector<std::string> group;
+    bool groupOn = false;
+    auto flush = [&] {
+        if (!group.empty()) script += hwruleElementsScript(gTable, group, groupOn);
+        group.clear();
+    };
+    for (const Change& c : changes) {
+        // A name twice in one command is a second change: it gets a command
+        // of its own, as it would have had a transaction of its own.
+        if (c.on != groupOn || std::find(group.begin(), group.end(), c.name) != group.end()) flush();
+        groupOn = c.on;
+        group.push_back(c.name);
+    }
+    flush();
+    return script;
+}
+
+// Loads `changes` in one transaction. When that fails they are loaded one by
+// one, each as its own transaction, as they would have been without
+// gathering: the ports whose rule can be loaded get it, and the changes that
+// still fail are returned (and logged), never dropped in silence. Called
+// with gMutex held.
+std::vector<Change> commitLocked(const std::vector<Change>& changes) {
+    std::vector<Change> failed;
+    if (changes.empty() || !gEnabled) return failed;
+    if (gCtx == nullptr) return changes;
+    const bool tableWasMade = gTableMade;
+    std::string script = batchScript(changes);
+    if (script.empty()) return failed;
+    std::string errors;
+    if (runLocked(script, errors) == 0) {
+        if (!tableWasMade) {
+            gTableMade = true;
+            platLog(PLAT_LOG_INFO, "hardware rule: table bridge %s loaded", gTable.c_str());
+        }
+        return failed;
+    }
+    platLog(PLAT_LOG_ERR, "hardware rule: cannot load %zu rule changes in one transaction (%s); loading them one by one",
+            changes.size(), errors.c_str());
+    for (const Change& c : changes)
+        if (setLocked({c.name}, c.on) != 0) failed.push_back(c);
+    return failed;
+}
+
+// Tells the database about changes that could not be loaded, without
+// gMutex (it takes locks of its own that are held while rules are asked for).
+void reportFailed(const std::vector<Change>& failed) {
+    HwruleFailed fn = gOnFailed.load();
+    for (const Change& c : failed) {
+        platLog(PLAT_LOG_ERR, "hardware rule: port %s is %s", c.name.c_str(),
+                c.on ? "NOT ruled: its discovery frames are bridged as they are" : "still ruled");
+        if (fn != nullptr) fn(c.name, c.on);
+    }
+}
+
+// Switches `names` (checked, no duplicates, not empty): gathered while the
+// thread holds a semaphore, else loaded now together with whatever was
+// gathered before them, in one transaction. Called with gMutex held.
+int setOrGather(const std::vector<std::string>& names, bool on) {
+    if (!gEnabled) return 0;
+    if (gCtx == nullptr) return ZEL_ERR_UNSUPPORTED;
+    if (tHeld > 0) {
+        for (const std::string& n : names) gPending.push_back({n, on});
+        gAnyPending.store(true, std::memory_order_release);
+        return 0;
+    }
+    if (gPending.empty()) return setLocked(names, on);
+    std::vector<Change> changes;
+    changes.swap(gPending);
+    const size_t mine = changes.size();
+    for (const std::string& n : names) changes.push_back({n, on});
+    std::vector<Change> failed = commitLocked(changes);
+    // Of the failures, those of this call are its result; the earlier ones
+    // are reported by the commit of the thread that gathered them (this
+    // caller may hold the database's lock the report takes).
+    int rc = 0;
+    for (const Change& c : failed) {
+        bool isMine = false;
+        for (size_t i = mine; i < changes.size(); i++)
+            if (changes[i].name == c.name && changes[i].on == c.on) isMine = true;
+        if (isMine) rc = ZEL_ERR_GENERAL;
+        else gUnreported.push_back(c);
+    }
+    gAnyPending.store(!gUnreported.empty(), std::memory_order_release);
+    return rc;
+}
+
 }  // namespace
+
+void hwruleOnFailed(HwruleFailed fn) { gOnFailed.store(fn); }
+
+void hwruleHoldBegin() { tHeld++; }
+
+void hwruleHoldEnd() {
+    if (tHeld <= 0) return;
+    if (--tHeld > 0) return;
+    (void)hwruleCommit();
+}
+
+int hwruleCommit() {
+    if (!gAnyPending.load(std::memory_order_acquire)) return 0;
+    std::vector<Change> failed;
+    {
+        std::lock_guard<std::mutex> lock(gMutex);
+        if (gPending.empty() && gUnreported.empty()) return 0;
+        std::vector<Change> changes;
+        changes.swap(gPending);
+        failed.swap(gUnreported);
+        gAnyPending.store(false, std::memory_order_release);
+        std::vector<Change> now = commitLocked(changes);
+        failed.insert(failed.end(), now.begin(), now.end());
+    }
+    reportFailed(failed);
+    return failed.empty() ? 0 : ZEL_ERR_GENERAL;
+}
 
 std::string hwruleTableScript(const std::string& table) {
     const std::string tags = "{ 0x8100, 0x88a8, 0x9100 }";
@@ -209,7 +366,7 @@ int hwruleSet(const std::string& ifName, bool on) {
     start();
     if (!gEnabled) return 0;
     if (!portNameOk(ifName)) return ZEL_ERR_INVALID_ARG;
-    return setLocked({ifName}, on);
+    return setOrGather({ifName}, on);
 }
 
 int hwruleSetMany(const std::vector<std::string>& ifNames, bool on) {
@@ -225,10 +382,13 @@ int hwruleSetMany(const std::vector<std::string>& ifNames, bool on) {
         if (seen.insert(n).second) names.push_back(n);
     }
     if (names.empty()) return 0;
-    return setLocked(names, on);
+    return setOrGather(names, on);
 }
 
 void hwruleRelease() {
+    // What a thread gathered goes in first: a port the daemon ruled stays
+    // ruled after the process.
+    (void)hwruleCommit();
     std::lock_guard<std::mutex> lock(gMutex);
     start();
     if (gTableMade)

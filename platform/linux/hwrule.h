@@ -35,6 +35,27 @@ int hwruleSet(const std::string& ifName, bool on);
 // duplicates count once, an empty list changes nothing. 0, or a platform
 // error code.
 int hwruleSetMany(const std::vector<std::string>& ifNames, bool on);
+// Gathering. While a thread holds one of the platform's mutex semaphores
+// (the daemon's lock), hwruleSet and hwruleSetMany only note the changes it
+// asks for and return 0; when it lets go of the last one, still holding it,
+// every change noted is loaded in ONE transaction, in the order asked for
+// (switching the agent on rules all its ports at once instead of one
+// transaction per port under the lock). A call from a thread that holds no
+// semaphore loads what was noted before it together with its own change.
+// Fail closed: when the transaction fails, the changes are loaded one by one
+// as each would have been alone, and each one that still fails is logged and
+// handed to the hwruleOnFailed callback (the interface database marks the
+// port as without its rule), so that no port is believed ruled while the
+// bridge forwards its discovery frames.
+void hwruleHoldBegin();  // the thread took a semaphore
+void hwruleHoldEnd();    // the thread is letting go of one (commits at the last)
+// Loads what was noted now. 0, or ZEL_ERR_GENERAL when a change failed.
+int hwruleCommit();
+// Called, without any lock of this file held, for every noted change that
+// could not be loaded: the port name and whether it was to be switched on.
+using HwruleFailed = void (*)(const std::string& ifName, bool on);
+void hwruleOnFailed(HwruleFailed fn);
+
 // True while rules can be loaded (libnftables works in this network
 // namespace, or platform.hwrule = nft requires it), false when the platform
 // runs without them (platform.hwrule = none, or auto where nftables does

@@ -217,8 +217,27 @@ void* eventThread(void*) {
     return nullptr;
 }
 
+// A port's rule that was gathered under the daemon's lock could not be
+// loaded, not even on its own: the port is marked as without it (as a call
+// that failed at once would have left it), so that nothing here counts it as
+// ruled. Its discovery frames are bridged as they are; hwrule logged it.
+void ruleFailed(const std::string& name, bool on) {
+    if (!on) return;  // a rule that could not be taken away stays: closed
+    std::lock_guard<std::mutex> lock(gProtoMutex);
+    for (auto it = gRuleName.begin(); it != gRuleName.end();) {
+        if (it->second != name) {
+            ++it;
+            continue;
+        }
+        auto st = gProto.find({it->first, ZEL_PROTO_PPPOEPLUS_HW});
+        if (st != gProto.end()) st->second.on = false;
+        it = gRuleName.erase(it);
+    }
+}
+
 void start() {
     platformStart();
+    hwruleOnFailed(ruleFailed);
     char host[256] = {};
     if (::gethostname(host, sizeof(host) - 1) == 0) gHostName = host;
 

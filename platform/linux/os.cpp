@@ -230,6 +230,8 @@ struct Sem {
 Sem* gSems[SEM_MAX];
 std::atomic<uint32_t> gSemCount{0};
 std::mutex gSemCreate;
+// How many times this thread holds each semaphore.
+thread_local uint32_t tSemHeld[SEM_MAX];
 
 Sem* semFind(uint32_t id) {
     if (id == 0 || id > gSemCount.load(std::memory_order_acquire)) return nullptr;
@@ -281,12 +283,23 @@ uint32_t silTakeSem(uint32_t semId, int32_t timeout) {
         }
         rc = pthread_mutex_timedlock(&s->mutex, &until);
     }
-    return rc == 0 ? 0 : static_cast<uint32_t>(ZEL_ERR_GENERAL);
+    if (rc != 0) return static_cast<uint32_t>(ZEL_ERR_GENERAL);
+    // Hardware rule changes made under the lock are gathered and loaded in
+    // one transaction before the lock is let go.
+    tSemHeld[semId - 1]++;
+    hwruleHoldBegin();
+    return 0;
 }
 
 uint32_t silGiveSem(uint32_t semId) {
     Sem* s = semFind(semId);
     if (s == nullptr) return static_cast<uint32_t>(ZEL_ERR_NOT_FOUND);
+    // Only the owner may let go; the rules it gathered go in while it still
+    // holds the lock, so the next holder finds them loaded.
+    uint32_t& held = tSemHeld[semId - 1];
+    if (held == 0) return static_cast<uint32_t>(ZEL_ERR_GENERAL);
+    held--;
+    hwruleHoldEnd();
     return pthread_mutex_unlock(&s->mutex) == 0 ? 0 : static_cast<uint32_t>(ZEL_ERR_GENERAL);
 }
 

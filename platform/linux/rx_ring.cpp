@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 namespace linuxplat {
 
@@ -88,6 +89,15 @@ void RxRing::close() {
     left_ = 0;
     nextFrame_ = nullptr;
     fd_ = -1;
+    clearQueues();
+}
+
+void RxRing::clearQueues() {
+    queues_.clear();
+    turn_.clear();
+    free_.clear();
+    for (uint32_t i = 0; i < slots_.size(); i++) free_.push_back(i);
+    handed_ = NO_SLOT;
 }
 
 struct tpacket_block_desc* RxRing::block(uint32_t i) const {
@@ -104,12 +114,86 @@ void RxRing::releaseSpent() {
 
 bool RxRing::ready() {
     if (map_ == nullptr) return false;
+    if (handed_ != NO_SLOT) {
+        free_.push_back(handed_);
+        handed_ = NO_SLOT;
+    }
+    if (!turn_.empty()) return true;
     releaseSpent();
     if (held_ != nullptr) return true;
     return (loadStatus(block(cur_)) & TP_STATUS_USER) != 0;
 }
 
+uint32_t RxRing::takeSlot(int32_t port) {
+    if (!free_.empty()) {
+        uint32_t slot = free_.back();
+        free_.pop_back();
+        return slot;
+    }
+    if (slots_.size() < QUEUE_MAX) {
+        slots_.emplace_back();
+        return static_cast<uint32_t>(slots_.size() - 1);
+    }
+    auto longest = queues_.end();
+    for (auto it = queues_.begin(); it != queues_.end(); ++it)
+        if (longest == queues_.end() || it->second.size() > longest->second.size()) longest = it;
+    if (longest == queues_.end()) return NO_SLOT;  // every slot handed out: cannot happen with QUEUE_MAX > 1
+    auto own = queues_.find(port);
+    if (own != queues_.end() && own->second.size() >= longest->second.size()) return NO_SLOT;
+    uint32_t slot = longest->second.front();
+    longest->second.pop_front();
+    dropped_++;
+    if (longest->second.empty()) {
+        for (auto t = turn_.begin(); t != turn_.end(); ++t)
+            if (*t == longest->first) {
+                turn_.erase(t);
+                break;
+            }
+        queues_.erase(longest);
+    }
+    return slot;
+}
+
+void RxRing::pull() {
+    for (uint32_t n = 0; n < PULL_MAX; n++) {
+        const struct tpacket3_hdr* h = nextInPlace();
+        if (h == nullptr) return;
+        const int32_t port = address(h)->sll_ifindex;
+        uint32_t slot = takeSlot(port);
+        if (slot == NO_SLOT) {
+            dropped_++;
+            continue;
+        }
+        // The record, its address and the frame, as they lie in the block
+        // (nextInPlace checked that they lie within it).
+        const auto* from = reinterpret_cast<const uint8_t*>(h);
+        slots_[slot].assign(from, from + h->tp_mac + h->tp_snaplen);
+        std::deque<uint32_t>& q = queues_[port];
+        if (q.empty()) turn_.push_back(port);
+        q.push_back(slot);
+    }
+}
+
 const struct tpacket3_hdr* RxRing::next() {
+    if (map_ == nullptr) return nullptr;
+    if (handed_ != NO_SLOT) {
+        free_.push_back(handed_);
+        handed_ = NO_SLOT;
+    }
+    pull();
+    if (turn_.empty()) return nullptr;
+    const int32_t port = turn_.front();
+    turn_.pop_front();
+    auto it = queues_.find(port);
+    std::deque<uint32_t>& q = it->second;
+    handed_ = q.front();
+    q.pop_front();
+    if (!q.empty()) turn_.push_back(port);
+    else queues_.erase(it);
+    return reinterpret_cast<const struct tpacket3_hdr*>(slots_[handed_].data());
+}
+
+const struct tpacket3_hdr* RxRing::nextInPlace() {
     if (map_ == nullptr) return nullptr;
     for (uint32_t guard = 0; guard <= blockNr_; guard++) {
         releaseSpent();

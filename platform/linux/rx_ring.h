@@ -5,6 +5,15 @@
 // call per frame to receive, and the ring holds many more frames than the
 // socket's receive queue would.
 //
+// Fair reading: frames are taken out of the blocks as soon as the kernel
+// hands them over, copied into a queue per receiving port (interface
+// index), and handed out one port at a time, in turn. A frame of a quiet
+// port waits behind at most one frame of each busy port, instead of behind
+// a whole flood; when the queues are full, the longest one (the flooding
+// port's) loses its oldest frame, not the quiet port; and the blocks go back
+// to the kernel at once, so that the ring does not overflow and drop every
+// port's frames alike while the reader is busy with the flood.
+//
 // Not thread-safe: the owner serialises the calls.
 #pragma once
 
@@ -12,6 +21,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
+#include <unordered_map>
+#include <vector>
 
 namespace linuxplat {
 
@@ -35,6 +47,13 @@ class RxRing {
     static constexpr uint32_t RETIRE_MS = 16;
     static constexpr uint32_t MIN_BLOCKS = 2;
     static constexpr uint32_t MAX_BLOCKS = 2048;  // 64 MiB
+    // Frames queued for all ports together at most: more than a 2 MiB ring
+    // holds, so that a burst the ring held is held whole here too. When
+    // they are full, the port with the longest queue loses its oldest frame.
+    static constexpr uint32_t QUEUE_MAX = 16384;
+    // Frames taken out of the blocks per call at most, so that a reader
+    // that keeps up with a flood still returns.
+    static constexpr uint32_t PULL_MAX = QUEUE_MAX;
 
     RxRing() = default;
     ~RxRing();
@@ -63,10 +82,15 @@ class RxRing {
     // True when next() would return a frame now.
     bool ready();
 
-    // The next frame, or null when the kernel has handed over none. The
-    // record (and the frame behind it, at tp_mac) stays valid until the next
-    // call of next(), ready() or close().
+    // The next frame, of the next port in turn that has one, or null when
+    // none is queued and the kernel has handed over none. The record (and
+    // the frame behind it, at tp_mac, and its address) is a copy laid out
+    // as in the ring; it stays valid until the next call of next(), ready()
+    // or close().
     const struct tpacket3_hdr* next();
+
+    // Frames dropped because the queues were full.
+    uint64_t dropped() const { return dropped_; }
 
     // The link-level address the kernel wrote beside a frame.
     static const struct sockaddr_ll* address(const struct tpacket3_hdr* h);
@@ -76,6 +100,24 @@ class RxRing {
     struct tpacket_block_desc* block(uint32_t i) const;
     // Hands the block read so far back to the kernel once it is used up.
     void releaseSpent();
+    // The next frame of the ring in arrival order, read in place; null when
+    // the kernel has handed over none.
+    const struct tpacket3_hdr* nextInPlace();
+    // Copies what the kernel has handed over into the ports' queues.
+    void pull();
+    void clearQueues();
+    // A free slot; when none is left, the oldest frame of the longest queue
+    // makes room, or NO_SLOT when that queue is `port`'s own (its newest
+    // frame is then the one dropped).
+    uint32_t takeSlot(int32_t port);
+
+    static constexpr uint32_t NO_SLOT = UINT32_MAX;
+    std::vector<std::vector<uint8_t>> slots_;  // copies of frames, reused
+    std::vector<uint32_t> free_;               // slots not in use
+    std::unordered_map<int32_t, std::deque<uint32_t>> queues_;  // by interface index, none empty
+    std::deque<int32_t> turn_;                 // ports with queued frames, in turn
+    uint32_t handed_ = NO_SLOT;                // the slot next() returned last
+    uint64_t dropped_ = 0;
 
     int fd_ = -1;
     uint8_t* map_ = nullptr;

@@ -26,7 +26,9 @@ class AgentLab {
   public:
     // Starts the daemon with every port served by default and the uplinks
     // trusted; `extraConf` is added to its configuration and `env`
-    // (NAME=VALUE) to its environment. ok() says whether it all worked,
+    // (NAME=VALUE) to its environment; with "pppoeplus.defaultenable =
+    // false" in `extraConf` the agent starts switched off (no entries, no
+    // trusted uplinks). ok() says whether it all worked,
     // why() what did not.
     AgentLab(int clients, int uplinks, const std::string& extraConf = "", const std::vector<std::string>& env = {});
     ~AgentLab();

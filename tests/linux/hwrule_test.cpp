@@ -25,10 +25,12 @@
 #include <string>
 #include <vector>
 
+#include "agent_lab.h"
 #include "lt_netns.h"
 #include "platform/ifdb.h"
 #include "platform/linux/hwrule.h"
 #include "platform/linux/internal.h"
+#include "platform/os.h"
 #include "platform/socket.h"
 #include "platform/types.h"
 
@@ -462,3 +464,152 @@ TEST(HwRuleInProcess, AutoIsOffWhereNftablesDoesNotWork) {
 }
 
 }  // namespace
+
+// The generation of the ruleset of namespace `ns`, read from a child in it.
+uint32_t nsGeneration(const lt::Netns& ns, const std::string& dir) {
+    std::string file = dir + "/generation";
+    auto r = lt::runChild(ns.name(), {}, [file] { std::ofstream(file) << nftGeneration() << "\n"; });
+    uint32_t gen = 0;
+    std::ifstream(file) >> gen;
+    return r.ok() ? gen : 0;
+}
+
+std::vector<std::string> nsSetNames(const lt::Netns& ns) {
+    std::string out = ns.out("nft list set bridge pppoeplus ports 2>/dev/null");
+    std::vector<std::string> names;
+    for (size_t at = out.find('"'); at != std::string::npos; at = out.find('"', at)) {
+        size_t end = out.find('"', at + 1);
+        if (end == std::string::npos) break;
+        names.push_back(out.substr(at + 1, end - at - 1));
+        at = end + 1;
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// Switching the agent on with 180 served ports, through the daemon's command
+// service: their rules go in in ONE transaction, not one per port while the
+// daemon holds its lock; switching it off takes them all out, again in one,
+// and leaves the table.
+TEST(HwRuleGather, EnableRulesAllPortsInOneTransaction) {
+    LT_NEED_NETNS();
+    if (lt::sh("command -v nft >/dev/null 2>&1") != 0) GTEST_SKIP() << "the nft tool is not installed (apt-get install nftables)";
+    constexpr int PORTS = 180;
+    lt::AgentLab lab(PORTS, 0, "platform.hwrule = nft\npppoeplus.defaultenable = false\n");
+    ASSERT_TRUE(lab.ok()) << lab.why();
+    lt::TempDir dir;
+    std::vector<std::string> clients;
+    for (int i = 1; i <= PORTS; i++) clients.push_back("c" + std::to_string(i));
+    std::sort(clients.begin(), clients.end());
+
+    for (int round = 1; round <= 2; round++) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        // On: every port's rule in one transaction.
+        uint32_t g0 = nsGeneration(lab.ns(), dir.path());
+        ASSERT_NE(0u, g0);
+        auto t0 = std::chrono::steady_clock::now();
+        ASSERT_EQ(0, lab.scalarSet(3, 1));
+        auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - t0).count();
+        uint32_t g1 = nsGeneration(lab.ns(), dir.path());
+        EXPECT_EQ(g0 + 1, g1) << "one transaction for " << PORTS << " ports";
+        EXPECT_EQ(clients, nsSetNames(lab.ns()));
+        EXPECT_EQ(uint32_t(PORTS), lab.entries());
+        std::printf("set enable on with %d ports: %lld ms, %u transaction(s)\n", PORTS, static_cast<long long>(ms),
+                    g1 - g0);
+
+        // Off: every rule goes, in one transaction; the table stays.
+        ASSERT_EQ(0, lab.scalarSet(3, 2));
+        EXPECT_EQ(g1 + 1, nsGeneration(lab.ns(), dir.path()));
+        EXPECT_TRUE(nsSetNames(lab.ns()).empty());
+        EXPECT_NE("", lab.ns().out("nft list table bridge pppoeplus 2>/dev/null"));
+        EXPECT_EQ(0u, lab.entries());
+    }
+
+    // A port made trusted (an uplink) loses its rule; the others keep theirs.
+    ASSERT_EQ(0, lab.scalarSet(3, 1));
+    EXPECT_EQ(0, lab.ifSet(lab.unit("c7"), 1, 1));
+    std::vector<std::string> rest = clients;
+    rest.erase(std::find(rest.begin(), rest.end(), "c7"));
+    EXPECT_EQ(rest, nsSetNames(lab.ns()));
+    EXPECT_TRUE(lab.alive());
+    EXPECT_EQ("", lab.sanitizerReports());
+}
+
+// Rules switched while a thread holds a semaphore of the platform (the
+// daemon's lock) are gathered and go in in one transaction when it lets go;
+// when that transaction fails, they go in one by one, and a port whose rule
+// cannot go in at all is marked as without it, never counted as ruled.
+TEST(HwRuleGather, AFailedTransactionFailsClosed) {
+    LT_NEED_NETNS();
+    if (lt::sh("command -v nft >/dev/null 2>&1") != 0) GTEST_SKIP() << "the nft tool is not installed (apt-get install nftables)";
+    lt::Netns ns;
+    ASSERT_TRUE(ns.ok());
+    ASSERT_EQ(0, ns.sh("for i in $(seq 1 20); do ip link add c$i type veth peer name p$i; done"));
+    lt::TempDir dir;
+    std::string conf = dir.file("c.conf", "platform.hwrule = nft\n");
+    auto r = lt::runChild(ns.name(), {"PPPOEPLUS_CONF=" + conf, "PPPOEPLUS_LOG=stderr", "PPPOEPLUS_ROOT=" + dir.path()},
+                          [] {
+        auto unit = [](int i) { return static_cast<uint32_t>(if_nametoindex(("p" + std::to_string(i)).c_str())); };
+        auto has = [](int i) {
+            std::vector<std::string> names = setNames();
+            return std::find(names.begin(), names.end(), "p" + std::to_string(i)) != names.end();
+        };
+        uint32_t sem = silCreateMSem(SIL_SEM_INVERSION_SAFE);
+        CHECK_TRUE(sem != 0);
+        uint32_t g0 = nftGeneration();
+        CHECK_TRUE(g0 != 0);
+
+        // Gathered under the lock, taken twice (it is recursive): nothing
+        // goes in before the last give, then all in one transaction.
+        CHECK_EQ(0u, silTakeSem(sem, SIL_WAIT_FOREVER));
+        CHECK_EQ(0u, silTakeSem(sem, SIL_WAIT_FOREVER));
+        for (int i = 1; i <= 10; i++) hwRule(unit(i), true);
+        CHECK_EQ(g0, nftGeneration());
+        CHECK_EQ(0u, silGiveSem(sem));
+        CHECK_EQ(g0, nftGeneration());
+        CHECK_EQ(0u, silGiveSem(sem));
+        CHECK_EQ(g0 + 1, nftGeneration());
+        CHECK_EQ(size_t(10), setNames().size());
+        // Letting go of a semaphore not held is refused and loads nothing.
+        CHECK_EQ(uint32_t(ZEL_ERR_GENERAL), silGiveSem(sem));
+
+        // p3's name taken out behind the daemon's back: the batch that
+        // removes it fails as a whole, and its adds still go in one by one.
+        CHECK_EQ(0, lt::sh("nft delete element bridge pppoeplus ports '{ \"p3\" }'"));
+        CHECK_EQ(0u, silTakeSem(sem, SIL_WAIT_FOREVER));
+        hwRule(unit(3), false);
+        for (int i = 11; i <= 15; i++) hwRule(unit(i), true);
+        CHECK_EQ(0u, silGiveSem(sem));
+        for (int i = 1; i <= 15; i++) CHECK_EQ(i != 3, has(i));
+
+        // The table gone behind its back: nothing can go in. The ports are
+        // served (trapped) and marked as without their rule, not as ruled.
+        size_t served = 0, unruled = 0;
+        linuxplat::ifdbServedCounts(served, unruled);
+        CHECK_EQ(size_t(0), unruled);
+        CHECK_EQ(0, lt::sh("nft delete table bridge pppoeplus"));
+        CHECK_EQ(0u, silTakeSem(sem, SIL_WAIT_FOREVER));
+        for (int i = 16; i <= 20; i++) {
+            tZelIfProto trap{};
+            trap.protoId = ZEL_PROTO_PPPOEPLUS;
+            CHECK_EQ(0u, zelIfSetApi(unit(i), ZEL_IF_ATTR_PROTO_ON, &trap));
+            hwRule(unit(i), true);
+        }
+        CHECK_EQ(0u, silGiveSem(sem));
+        linuxplat::ifdbServedCounts(served, unruled);
+        CHECK_EQ(size_t(5), served);
+        CHECK_EQ(size_t(5), unruled);
+
+        // Outside any lock a change goes in at once, as before: p16 once
+        // the set is back.
+        CHECK_EQ(0, lt::sh("nft add table bridge pppoeplus && nft add set bridge pppoeplus ports '{ type ifname; }'"));
+        uint32_t g1 = nftGeneration();
+        hwRule(unit(16), true);
+        CHECK_EQ(g1 + 1, nftGeneration());
+        CHECK_TRUE(has(16));
+        linuxplat::ifdbServedCounts(served, unruled);
+        CHECK_EQ(size_t(4), unruled);
+        linuxplat::platformCleanup();
+    }, 120);
+    EXPECT_TRUE(r.ok()) << r.failures;
+}

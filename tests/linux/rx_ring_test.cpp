@@ -209,6 +209,46 @@ TEST_F(RxRingTest, ABurstTricklingInIsHeldWholeToo) {
     EXPECT_TRUE(r.ok()) << r.failures;
 }
 
+// A port flooding the socket does not starve the others: with 5,000 frames
+// of one port waiting in the ring, 8 frames that another port received
+// after them are handed over within the first 32 reads (one port at a time,
+// in turn), not after the flood.
+TEST_F(RxRingTest, AQuietPortIsServedBetweenTheFramesOfAFlood) {
+    ASSERT_EQ(0, ns_->sh("ip link add b0 type veth peer name b1 && ip link set b0 up && ip link set b1 up"));
+    auto r = lt::runChild(ns_->name(), env("platform.announce = no\n"), [] {
+        uint32_t flooded = if_nametoindex("a0");
+        uint32_t quiet = if_nametoindex("b0");
+        int32_t fd = openPacketSocket();
+        CHECK_TRUE(linuxplat::packetRingBytes(fd) > 0);
+        lt::trap(flooded, true);
+        lt::trap(quiet, true);
+        int floodFar = rawSocket("a1");
+        int quietFar = rawSocket("b1");
+        CHECK_TRUE(rawBurst(floodFar, 5000) >= 0);
+        const uint8_t client[6] = {0x02, 0xbb, 0x00, 0x00, 0x00, 0x01};
+        for (int i = 0; i < 8; i++) CHECK_TRUE(rawSend(quietFar, padi(client, {})));
+        ::usleep(100000);  // the ring hands a block over at the latest after its time-out
+        std::vector<uint32_t> quietAt;
+        uint32_t reads = 0, floodFrames = 0;
+        for (;;) {
+            Got g = platformRecv(fd, 300);
+            if (g.len < 0) break;
+            reads++;
+            if (g.addr.sll_ifindex == static_cast<int32_t>(quiet)) quietAt.push_back(reads);
+            else if (g.addr.sll_ifindex == static_cast<int32_t>(flooded)) floodFrames++;
+        }
+        CHECK_EQ(size_t(8), quietAt.size());
+        CHECK_EQ(5000u, floodFrames);
+        for (uint32_t at : quietAt)
+            if (at > 32) {
+                lt::childFail(__FILE__, __LINE__, "a frame of the quiet port came at read " + std::to_string(at));
+                break;
+            }
+        CHECK_EQ(0, zel_close(fd));
+    });
+    EXPECT_TRUE(r.ok()) << r.failures;
+}
+
 // The frames below, read through the queue or through the ring, give the
 // same data, address and receive information.
 std::vector<Got> receiveSet() {
