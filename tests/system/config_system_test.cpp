@@ -232,6 +232,48 @@ TEST_F(ConfigSystemTest, APortDeletedAndCreatedAgainGetsItsDeclaredSettingsBack)
     EXPECT_EQ(settings(p1Before), settings(p1After));
     EXPECT_EQ("port p1", discoverCircuitId());
     EXPECT_EQ("padi-rcv: 1\n", ctl({"if", "p1", "get", "padi-rcv"}));
+    // The port coming back is no error of the file: its lines wait for its entry.
+    const std::string log = lab.daemonLog();
+    EXPECT_FALSE(contains(log, "configuration: " + lab.confPath() + ":")) << log;
+}
+
+TEST_F(ConfigSystemTest, PortsCreatedAgainAndAgainGetTheirLinesWithoutAnErrorLogged) {
+    ST_NEED(false, false);
+    Lab::Options o;
+    o.conf = "if.q*.policy = keep\n"
+             "if.q*.circuit-id-type = ascii\n"
+             "if.q*.circuit-id-format = hot-plugged\n";
+    LAB_UP(o);
+    // Ports appear while the agent is making the entries of the ones before:
+    // their lines wait for each entry instead of failing on it, however the
+    // link's event and the entry interleave.
+    const int ports = 16;
+    std::string add, del;
+    for (int i = 0; i < ports; i++) {
+        const std::string q = "q" + std::to_string(i), c = "c" + std::to_string(10 + i);
+        add += "link add " + q + " type veth peer name " + c + " netns " + lab.client() + "\n";
+        add += "link set " + q + " master br0 up\n";
+        del += "link del " + q + "\n";
+    }
+    const std::string addFile = lab.runtimeDir() + "/add.batch", delFile = lab.runtimeDir() + "/del.batch";
+    writeFile(addFile, add);
+    writeFile(delFile, del);
+    for (int round = 0; round < 10; round++) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        Result r = st::exec({"ip", "-n", lab.agent(), "-batch", addFile});
+        ASSERT_EQ(0, r.status) << r.all();
+        for (int i = 0; i < ports; i++) {
+            const std::string q = "q" + std::to_string(i);
+            ASSERT_TRUE(lab.waitForEntry(q)) << q;
+            ASSERT_TRUE(waitCtl({"if", q, "get", "circuit-id-format"}, "circuit-id-format: hot-plugged\n")) << q;
+            ASSERT_TRUE(waitCtl({"if", q, "get", "policy"}, "policy: keep\n")) << q;
+        }
+        r = st::exec({"ip", "-n", lab.agent(), "-batch", delFile});
+        ASSERT_EQ(0, r.status) << r.all();
+        for (int i = 0; i < 200 && contains(ctl({"if", "list"}), " q"); i++) ::usleep(20000);
+    }
+    const std::string log = lab.daemonLog();
+    EXPECT_FALSE(contains(log, "configuration: " + lab.confPath() + ":")) << log;
 }
 
 // ---- reload ------------------------------------------------------------------------------------------------
