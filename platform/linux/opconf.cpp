@@ -214,9 +214,11 @@ void applyTarget(State& st, bool perIf, uint32_t unit, const std::string& ifName
             // An interface without an entry is off, and has nothing else to
             // write to: its other lines wait until the agent serves it. A
             // format that reads back as nothing is empty.
+            // The entry may have been made between the read and the look
+            // (the agent serves a port as it appears): read it again then.
             if (vocab::isEnable(c, true)) now = Val{ZEL_FALSE, {}};
             else if (!hasEntry(*st.table, unit)) continue;
-            else if (c.type == ValueType::Text) now = Val{};
+            else if (now = readSetting(*st.table, c, perIf, unit, why); !now && c.type == ValueType::Text) now = Val{};
         } else if (!now && c.type == ValueType::Text) {
             now = Val{};
         }

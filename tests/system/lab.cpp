@@ -544,33 +544,14 @@ bool Lab::up(const Options& o) {
     }
     if (!step("br0 up", {"ip", "-n", agent(), "link", "set", "br0", "up"})) return false;
 
-    std::string conf = dir_.file("pppoeplus.conf",
-                                 "# system test lab\n"
-                                 "pppoeplus.defaultenable = true\n"
-                                 "pppoeplus.defaultportenable = true\n"
-                                 "platform.sysmac = " + std::string(SYS_MAC) + "\n"
-                                 "platform.hwrule = nft\n" + o.conf);
-    daemon_ = lt::spawn({"ip", "netns", "exec", agent(), PPPOEPLUSD_PATH},
-                        {"PPPOEPLUS_CONF=" + conf, "PPPOEPLUS_LOG=stderr", "PPPOEPLUS_ROOT=" + dir_.path()},
-                        dir_.path() + "/pppoeplusd.log");
-    if (!lt::waitForPath(dir_.path() + "/pppoeplusNm.socket", 20000)) {
-        why_ = "pppoeplusd did not start:\n" + daemonLog();
-        return false;
-    }
-    int64_t deadline = nowMs() + 20000;
-    while (!contains(daemonLog(), "pppoeplusd running")) {
-        if (nowMs() >= deadline) {
-            why_ = "pppoeplusd did not report running:\n" + daemonLog();
-            return false;
-        }
-        ::usleep(50000);
-    }
-    for (const std::string& p : agentPorts) {
-        if (!waitForEntry(p)) {
-            why_ = "no entry for " + p + ":\n" + ctl({"if", "list"}).all() + daemonLog();
-            return false;
-        }
-    }
+    conf_ = dir_.file("pppoeplus.conf",
+                      "# system test lab\n"
+                      "pppoeplus.defaultenable = true\n"
+                      "pppoeplus.defaultportenable = true\n"
+                      "platform.sysmac = " + std::string(SYS_MAC) + "\n"
+                      "platform.hwrule = nft\n" + o.conf);
+    ports_ = agentPorts;
+    if (!spawnDaemon()) return false;
     std::vector<std::string> clientPorts;
     for (int i = 0; i < o.clientPorts; i++) clientPorts.push_back("p" + std::to_string(2 * i + 1));
     if (o.trustUplinks) {
@@ -613,6 +594,44 @@ bool Lab::startServer() {
         ::usleep(50000);
     }
 }
+
+// Starts pppoeplusd with the lab's file and waits until it runs and has an
+// entry for every port of the lab.
+bool Lab::spawnDaemon() {
+    const std::string log = dir_.path() + "/pppoeplusd.log";
+    if (starts_++ > 0) ::rename(log.c_str(), (log + "." + std::to_string(starts_ - 1)).c_str());
+    daemon_ = lt::spawn({"ip", "netns", "exec", agent(), PPPOEPLUSD_PATH},
+                        {"PPPOEPLUS_CONF=" + conf_, "PPPOEPLUS_LOG=stderr", "PPPOEPLUS_ROOT=" + dir_.path()}, log);
+    if (!lt::waitForPath(dir_.path() + "/pppoeplusNm.socket", 20000)) {
+        why_ = "pppoeplusd did not start:\n" + daemonLog();
+        return false;
+    }
+    int64_t deadline = nowMs() + 20000;
+    while (!contains(daemonLog(), "pppoeplusd running")) {
+        if (nowMs() >= deadline) {
+            why_ = "pppoeplusd did not report running:\n" + daemonLog();
+            return false;
+        }
+        ::usleep(50000);
+    }
+    for (const std::string& p : ports_) {
+        if (!waitForEntry(p)) {
+            why_ = "no entry for " + p + ":\n" + ctl({"if", "list"}).all() + daemonLog();
+            return false;
+        }
+    }
+    return true;
+}
+
+bool Lab::startDaemon() {
+    if (daemon_.pid > 0) {
+        why_ = "pppoeplusd is still running";
+        return false;
+    }
+    return spawnDaemon();
+}
+
+bool Lab::signalDaemon(int sig) const { return daemon_.pid > 0 && ::kill(daemon_.pid, sig) == 0; }
 
 int Lab::stopDaemon() {
     if (daemon_.pid <= 0) return -1;

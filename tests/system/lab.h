@@ -136,6 +136,9 @@ class Lab {
     std::string agent() const { return prefix_ + "-agent"; }
     std::string server() const { return prefix_ + "-server"; }
     const std::string& runtimeDir() const { return dir_.path(); }
+    // The daemon's configuration file (PPPOEPLUS_CONF).
+    const std::string& confPath() const { return conf_; }
+    // The log of the running daemon (of the last start).
     std::string daemonLog() const;
 
     // pppoeplusctl in the agent's namespace, with the daemon's runtime directory.
@@ -156,6 +159,12 @@ class Lab {
     std::vector<std::string> ruleSet() const;
     // Stops the daemon with SIGTERM: its exit status (0 expected), -1 on time-out.
     int stopDaemon();
+    // Starts the daemon again with the same configuration file (after
+    // stopDaemon) and waits until it runs and serves every port of the lab.
+    // The log of the previous run is kept as pppoeplusd.log.<N>.
+    bool startDaemon();
+    // Sends `sig` to the running daemon.
+    bool signalDaemon(int sig) const;
 
     // MAC addresses the lab gives its interfaces.
     static constexpr const char* SYS_MAC = "02:00:00:00:00:01";
@@ -163,6 +172,11 @@ class Lab {
 
   private:
     bool step(const std::string& what, const std::vector<std::string>& argv);
+    bool spawnDaemon();
+
+    std::string conf_;
+    std::vector<std::string> ports_;  // the agent's ports (p1, p2, ...)
+    int starts_ = 0;
 
     std::string prefix_;
     std::vector<std::string> namespaces_;
