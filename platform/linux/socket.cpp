@@ -15,6 +15,7 @@
 #include <linux/if_packet.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -298,7 +299,7 @@ bool ringReady(const SockInfo& info) {
 // to, bound to it with protocol 0 (it receives nothing and is never on the
 // receive path), opened on the first frame for that interface. A send on a
 // bound socket names no address: the kernel neither copies one in nor looks
-// the interface up by index, about a tenth of the cost of each send. Each
+// the interface up by index (a few nanoseconds of each send). Each
 // frame is still one system call whose result is the daemon's, so its
 // counters stay exact. The errors are the same as with an address: ENETDOWN
 // while the link is down (a socket of protocol 0 is never marked failed by
@@ -318,14 +319,14 @@ class TxSockets {
         std::lock_guard<std::mutex> lock(mutex_);
         Entry* e = find(ifindex);
         if (e == nullptr && (e = open(ifindex)) == nullptr) return -1;
-        ssize_t n = ::send(e->fd, frame, len, MSG_DONTWAIT);
+        ssize_t n = sendOn(e->fd, frame, len);
         if (n < 0 && errno == ENXIO) {
             // The interface went away since the socket was bound: the index
             // may name another one now, as an address would.
             int err = errno;
             drop(*e);
             if ((e = open(ifindex)) == nullptr) return -1;
-            n = ::send(e->fd, frame, len, MSG_DONTWAIT);
+            n = sendOn(e->fd, frame, len);
             if (n < 0 && errno == ENXIO) errno = err;
         }
         return n;
@@ -338,6 +339,15 @@ class TxSockets {
     }
 
   private:
+    // The system call itself: in a process with threads, the C library's
+    // send() makes each call a cancellation point and switches the thread's
+    // cancellation state before and after it (two atomic operations, about
+    // 20 ns of the 340 ns a send costs here, twice per frame with two
+    // uplinks). No thread of the daemon is ever cancelled.
+    static ssize_t sendOn(int fd, const uint8_t* frame, size_t len) {
+        return ::syscall(SYS_sendto, fd, frame, len, MSG_DONTWAIT, nullptr, 0);
+    }
+
     struct Entry {
         int32_t ifindex;
         int fd;
