@@ -119,7 +119,9 @@ TEST(LockConcurrencyTest, ManagementCallsMeetTheWorkerAtTheLock) {
     EXPECT_EQ(0u, cu1.errorSend + cu2.errorSend);
     EXPECT_EQ(lab.rxPackets("s1") - s1Before, cu1.totalSend);
     EXPECT_EQ(lab.rxPackets("s2") - s2Before, cu2.totalSend);
-    EXPECT_EQ(fdsBefore, lab.settledFds());
+    // Nothing left open but the send socket the platform keeps for each
+    // uplink it sent to (u1, u2, and u3 while it was trusted).
+    EXPECT_EQ(fdsBefore + 3, lab.settledFds());
 
     EXPECT_EQ(0, WEXITSTATUS(lab.stop()));
     EXPECT_EQ("", lab.sanitizerReports());
