@@ -25,6 +25,7 @@
 #include "platform/linux/hwrule.h"
 #include "platform/linux/internal.h"
 #include "platform/linux/plat_log.h"
+#include "platform/linux/police.h"
 #include "platform/linux/rtnl.h"
 #include "platform/types.h"
 
@@ -429,6 +430,8 @@ uint32_t zelIfSetApi(uint32_t unit, uint32_t attr, void* value) {
         return 0;
     }
     if (proto.protoId == ZEL_PROTO_PPPOEPLUS_HW) {
+        // A port whose rule is switched off is an uplink: not policed by default.
+        policeSetUplink(unit, !on);
         auto rule = gRuleName.find(unit);
         if (on) {
             if (rule == gRuleName.end() || rule->second != name) {
