@@ -258,6 +258,19 @@ void start() {
 
 // Takes the hardware rule of `unit` away, under gProtoMutex: 0, or the
 // rule's error (the port is forgotten either way).
+// Whether the software trap of `unit` is on, and whether its hardware rule
+// was switched off explicitly; under gProtoMutex. A served port whose rule
+// is off is an uplink, which the default discovery limit does not police.
+bool trapOnLocked(uint32_t unit) {
+    std::shared_lock<std::shared_mutex> trap(gTrapMutex);
+    return gTrap.count(static_cast<int32_t>(unit)) != 0;
+}
+
+bool hwOffLocked(uint32_t unit) {
+    auto it = gProto.find({unit, ZEL_PROTO_PPPOEPLUS_HW});
+    return it != gProto.end() && !it->second.on;
+}
+
 uint32_t ruleRemove(uint32_t unit) {
     auto rule = gRuleName.find(unit);
     if (rule == gRuleName.end()) return 0;
@@ -406,6 +419,7 @@ uint32_t zelIfSetApi(uint32_t unit, uint32_t attr, void* value) {
     // when it hears the port is gone, after the platform forgot the port.
     if (name.empty()) {
         if (on) return static_cast<uint32_t>(ZEL_ERR_NOT_FOUND);
+        policeSetUplink(unit, false);
         std::lock_guard<std::mutex> lock(gProtoMutex);
         gProto.erase({unit, proto.protoId});
         if (proto.protoId == ZEL_PROTO_PPPOEPLUS) {
@@ -424,14 +438,16 @@ uint32_t zelIfSetApi(uint32_t unit, uint32_t attr, void* value) {
     }
     if (proto.protoId == ZEL_PROTO_PPPOEPLUS) {
         st.on = on;
-        std::unique_lock<std::shared_mutex> trap(gTrapMutex);
-        if (on) gTrap.insert(static_cast<int32_t>(unit));
-        else gTrap.erase(static_cast<int32_t>(unit));
+        {
+            std::unique_lock<std::shared_mutex> trap(gTrapMutex);
+            if (on) gTrap.insert(static_cast<int32_t>(unit));
+            else gTrap.erase(static_cast<int32_t>(unit));
+        }
+        policeSetUplink(unit, on && hwOffLocked(unit));
         return 0;
     }
     if (proto.protoId == ZEL_PROTO_PPPOEPLUS_HW) {
-        // A port whose rule is switched off is an uplink: not policed by default.
-        policeSetUplink(unit, !on);
+        policeSetUplink(unit, !on && trapOnLocked(unit));
         auto rule = gRuleName.find(unit);
         if (on) {
             if (rule == gRuleName.end() || rule->second != name) {
