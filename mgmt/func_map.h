@@ -20,20 +20,10 @@
 
 #include <cstdint>
 
+#include "mgmt/mgmt_codes.h"
 #include "platform/services.h"
 
 constexpr uint32_t PPPOEPLUS_FUNC_MAP_SIZE = 9;
-
-// Row codes.
-constexpr uint32_t PPPOEPLUS_FUNC_NONE = 0;
-constexpr uint32_t PPPOEPLUS_FUNC_SCALAR_GET = 1;
-constexpr uint32_t PPPOEPLUS_FUNC_SCALAR_SET = 2;
-constexpr uint32_t PPPOEPLUS_FUNC_SCALAR_SYNC = 3;
-constexpr uint32_t PPPOEPLUS_FUNC_IF_GET_FIRST = 4;
-constexpr uint32_t PPPOEPLUS_FUNC_IF_GET_NEXT = 5;
-constexpr uint32_t PPPOEPLUS_FUNC_IF_GET = 6;
-constexpr uint32_t PPPOEPLUS_FUNC_IF_SET = 7;
-constexpr uint32_t PPPOEPLUS_FUNC_IF_SYNC = 8;
 
 // Codes 1, 2, 3, 6, 7, 8: (unit, command code, value record).
 using tPppoeplusCmdApi = int32_t (*)(uint32_t, uint32_t, void*);

@@ -7,6 +7,18 @@
 
 #include <cstdint>
 
+// ---- rows of the command map (func_map.h gives the entry point of each) ---------------
+
+constexpr uint32_t PPPOEPLUS_FUNC_NONE = 0;
+constexpr uint32_t PPPOEPLUS_FUNC_SCALAR_GET = 1;
+constexpr uint32_t PPPOEPLUS_FUNC_SCALAR_SET = 2;
+constexpr uint32_t PPPOEPLUS_FUNC_SCALAR_SYNC = 3;
+constexpr uint32_t PPPOEPLUS_FUNC_IF_GET_FIRST = 4;
+constexpr uint32_t PPPOEPLUS_FUNC_IF_GET_NEXT = 5;
+constexpr uint32_t PPPOEPLUS_FUNC_IF_GET = 6;
+constexpr uint32_t PPPOEPLUS_FUNC_IF_SET = 7;
+constexpr uint32_t PPPOEPLUS_FUNC_IF_SYNC = 8;
+
 // ---- global (scalar) commands -------------------------------------------------------
 
 // Command id of a forwarded scalar command: base + code; the key is 0.

@@ -15,7 +15,7 @@
 #include "platform/types.h"
 #include "tools/metrics.h"
 #include "tools/runner.h"
-#include "tools/text.h"
+#include "vocab/text.h"
 
 namespace ctl {
 
@@ -78,6 +78,31 @@ int Runner::exchange(const cmdp::CallRequest& req, cmdp::CallReply& reply) {
     return 0;
 }
 
+int Runner::control(const Json& req, Json& reply) {
+    std::string error, text;
+    int32_t rc = transport().control(req.dump(), text, error);
+    if (rc != 0) return unreachable(rc, error, ep_.control);
+    reply = Json::parse(text, nullptr, false);
+    if (reply.is_discarded() || !reply.is_object()) {
+        reply = Json::object();
+        return unreachable(cmdp::ERR_MALFORMED, "the control service's reply is no JSON object", ep_.control);
+    }
+    return 0;
+}
+
+int Runner::controlRefused(const Json& reply, Json extra) {
+    const std::string why = reply.contains("error") && reply["error"].is_string() ? reply["error"].get<std::string>()
+                                                                                  : "refused";
+    err_ << "pppoeplusctl: " << what_ << ": " << why << "\n";
+    if (json_) {
+        Json o = okWith(false, {{"command", what_}});
+        for (const auto& [key, value] : extra.items()) o[key] = value;
+        o["error"] = why;
+        printJson(o);
+    }
+    return EXIT_RESULT;
+}
+
 int Runner::run(std::vector<std::string> args) {
     // Options before the command.
     size_t i = 0;
@@ -111,6 +136,8 @@ int Runner::run(std::vector<std::string> args) {
             if (!valueOf(shellOpt_)) return usage({"--shell-socket needs a path", ""});
         } else if (is("--event-socket")) {
             if (!valueOf(eventOpt_)) return usage({"--event-socket needs a path", ""});
+        } else if (is("--control-socket")) {
+            if (!valueOf(controlOpt_)) return usage({"--control-socket needs a path", ""});
         } else if (is("--timeout")) {
             std::string t;
             if (!valueOf(t)) return usage({"--timeout needs a number of seconds", ""});
@@ -148,6 +175,7 @@ int Runner::run(std::vector<std::string> args) {
     ep_.command = socketOpt_.empty() ? runtime(cmdp::CMD_SOCKET) : socketOpt_;
     ep_.shell = shellOpt_.empty() ? runtime(cmdp::shellSocketPath("pppoeplus")) : shellOpt_;
     ep_.event = eventOpt_.empty() ? runtime(cmdp::EVENT_SOCKET) : eventOpt_;
+    ep_.control = controlOpt_.empty() ? runtime(cmdp::CONTROL_SOCKET) : controlOpt_;
     ep_.timeoutMs = timeoutSec_ * 1000;
 
     if (rest.empty()) {
@@ -180,6 +208,7 @@ int Runner::run(std::vector<std::string> args) {
     if (cmd == "metrics") return cmdMetrics(rest);
     if (cmd == "shell") return cmdShell(rest);
     if (cmd == "event") return cmdEvent(rest);
+    if (cmd == "config") return cmdConfig(rest);
     return usage({"unknown command '" + cmd + "'", ""});
 }
 

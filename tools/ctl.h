@@ -19,10 +19,13 @@
 #include "tools/help.h"
 #include "tools/output.h"
 #include "tools/results.h"
-#include "tools/settings.h"
-#include "tools/values.h"
+#include "vocab/settings.h"
+#include "vocab/values.h"
 
 namespace ctl {
+
+// The tool speaks the settings' vocabulary throughout.
+using namespace vocab;
 
 // ---- exit statuses ---------------------------------------------------------------------
 
@@ -43,6 +46,13 @@ class Transport {
     virtual int32_t call(const cmdp::CallRequest& req, cmdp::CallReply& reply, std::string& error) = 0;
     virtual int32_t shell(const cmdp::ShellRequest& req, cmdp::ShellReply& reply, std::string& error) = 0;
     virtual int32_t event(const cmdp::EventRequest& req, cmdp::EventReply& reply, std::string& error) = 0;
+    // A control request's JSON text and the reply's text.
+    virtual int32_t control(const std::string& req, std::string& reply, std::string& error) {
+        (void)req;
+        (void)reply;
+        error = "no control service";
+        return -1;
+    }
 };
 
 // Interface names of the tool's own network namespace.
@@ -58,6 +68,7 @@ struct Endpoints {
     std::string command;  // command service
     std::string shell;    // process shell
     std::string event;    // event socket
+    std::string control;  // control service
     int timeoutMs = 0;    // 0: the transport's own default
 };
 
@@ -68,6 +79,15 @@ using TransportFactory = std::function<std::unique_ptr<Transport>(const Endpoint
 // results to `out` and messages to `err`; returns the exit status.
 int run(const std::vector<std::string>& args, const std::string& root, const TransportFactory& transport,
         Resolver& resolver, std::ostream& out, std::ostream& err);
+
+// The configuration file `oldText` with its operational lines (`agent.` and
+// `if.`) replaced by `operational`: every other line (comments, start-up
+// options, platform settings, ports) stays as it was and where it was; the
+// operational lines are written as one block at the end, after a marker
+// line that a later save finds and replaces.
+std::string configMerge(const std::string& oldText, const std::string& operational);
+// The marker line of that block.
+inline constexpr const char* CONFIG_SAVE_MARKER = "# ---- operational settings (pppoeplusctl config save) ----";
 
 // The directory the installed systemd unit gives the daemon (PPPOEPLUS_ROOT).
 inline constexpr const char* INSTALLED_ROOT = "/run/pppoeplus";

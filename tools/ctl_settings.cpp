@@ -11,7 +11,7 @@
 #include "platform/number.h"
 #include "platform/types.h"
 #include "tools/metrics.h"
-#include "tools/text.h"
+#include "vocab/text.h"
 
 namespace ctl {
 

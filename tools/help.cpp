@@ -10,11 +10,13 @@
 #include "platform/linux/cmd_proto.h"
 #include "platform/types.h"
 #include "tools/results.h"
-#include "tools/settings.h"
-#include "tools/text.h"
-#include "tools/values.h"
+#include "vocab/settings.h"
+#include "vocab/text.h"
+#include "vocab/values.h"
 
 namespace ctl {
+
+using namespace vocab;
 
 namespace {
 
@@ -40,8 +42,12 @@ const char* const HELP_MAIN =
     "                             (default 141, the agent's own protocol)\n"
     "  metrics                    the counters and states in the Prometheus text\n"
     "                             format, for a textfile collector\n"
+    "  config show                the running configuration, as a file\n"
+    "  config save [FILE]         write it into the daemon's file (or FILE)\n"
+    "  config reload              the daemon reads its file again\n"
+    "  config check FILE          check a file without applying it\n"
     "  help [TOPIC]               this text, or a topic: get set sync if shell event\n"
-    "                             metrics names results\n"
+    "                             metrics config names results\n"
     "\n"
     "NAME is the name of a setting or counter ('pppoeplusctl help names') or its\n"
     "command code. Values are words (on/off, keep/drop/replace/default,\n"
@@ -57,6 +63,8 @@ const char* const HELP_MAIN =
     "  --socket PATH        the command service (default /tmp/pppoeplusNm.socket)\n"
     "  --shell-socket PATH  the process shell (default /tmp/pppoeplusShell.socket)\n"
     "  --event-socket PATH  the event socket (default /tmp/zelRouteEvent.socket)\n"
+    "  --control-socket PATH the control service (default\n"
+    "                       /tmp/pppoeplusControl.socket)\n"
     "  --timeout SECONDS    how long to wait for a reply (default 10, shell 30)\n"
     "  -h, --help           this text; after a command, the help of that command\n"
     "  --version            the tool's version\n"
@@ -234,6 +242,47 @@ const char* const HELP_EVENT =
     "  pppoeplusctl event reset-port eth1\n"
     "  pppoeplusctl event reset-proto\n";
 
+const char* const HELP_CONFIG =
+    "Usage: pppoeplusctl [--json] config show\n"
+    "       pppoeplusctl [--json] config save [FILE]\n"
+    "       pppoeplusctl [--json] config reload\n"
+    "       pppoeplusctl [--json] config check FILE\n"
+    "\n"
+    "The operational settings (the agent's and each interface's, with the names\n"
+    "and values of get and set) are lines of the configuration file:\n"
+    "  agent.NAME = VALUE        a global setting\n"
+    "  if.IFNAME.NAME = VALUE    a setting of interface IFNAME; IFNAME may be a\n"
+    "                            shell pattern (if.eth*.trust = off); a plain name\n"
+    "                            wins over a pattern, a pattern with more\n"
+    "                            characters that are no wildcard wins over one with\n"
+    "                            fewer, and of two equal ones the later line wins\n"
+    "The daemon applies them at start, to interfaces as they appear, and at a\n"
+    "reload.\n"
+    "\n"
+    "  show    the running configuration: the start-up options as read at start,\n"
+    "          then every operational setting as it is now; read back by a new\n"
+    "          daemon it gives the same state\n"
+    "  save    writes the running operational settings into the daemon's file\n"
+    "          (or FILE): every other line of the file, comments included, stays\n"
+    "          as it is and where it is; the operational lines are written as\n"
+    "          one block at the end, after a marker line. Atomic: a temporary file,\n"
+    "          fsync, the previous file kept as FILE.bak, rename\n"
+    "  reload  the daemon reads its file again and checks all of it first: a file\n"
+    "          with an error changes nothing (each error is printed as\n"
+    "          FILE:LINE: what is wrong, exit status 1); a good one is applied as\n"
+    "          the difference from the running state; a start-up option that\n"
+    "          changed is reported as needing a restart. SIGHUP does the same\n"
+    "  check   reads FILE as the daemon would, without applying it: every line\n"
+    "          that is left out or not read as written is printed; exit 0 when\n"
+    "          there is none, 1 otherwise\n"
+    "\n"
+    "Show and reload go through the control service, which admits root and the\n"
+    "members of platform.group.\n"
+    "\n"
+    "Examples:\n"
+    "  pppoeplusctl if eth9 set trust on && pppoeplusctl config save\n"
+    "  pppoeplusctl config check /etc/pppoeplus.conf && pppoeplusctl config reload\n";
+
 const char* const HELP_METRICS =
     "Usage: pppoeplusctl metrics\n"
     "\n"
@@ -282,6 +331,7 @@ std::string helpText(const std::string& topic) {
     if (t == "if" || t == "interface") return HELP_IF;
     if (t == "shell") return HELP_SHELL;
     if (t == "event") return HELP_EVENT;
+    if (t == "config") return HELP_CONFIG;
     if (t == "metrics") return HELP_METRICS;
     if (t == "names") {
         std::ostringstream s;

@@ -6,9 +6,11 @@
 
 #include "mgmt/mgmt_codes.h"
 #include "platform/types.h"
-#include "tools/settings.h"
+#include "vocab/settings.h"
 
 namespace ctl {
+
+using namespace vocab;
 
 namespace {
 

@@ -30,6 +30,10 @@ class SocketTransport : public ctl::Transport {
         return ep_.timeoutMs > 0 ? cmdp::event(ep_.event, req, reply, error, ep_.timeoutMs)
                                  : cmdp::event(ep_.event, req, reply, error);
     }
+    int32_t control(const std::string& req, std::string& reply, std::string& error) override {
+        return ep_.timeoutMs > 0 ? cmdp::control(ep_.control, req, reply, error, ep_.timeoutMs)
+                                 : cmdp::control(ep_.control, req, reply, error);
+    }
 
   private:
     ctl::Endpoints ep_;

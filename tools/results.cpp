@@ -5,9 +5,11 @@
 #include "mgmt/mgmt_codes.h"
 #include "platform/linux/cmd_proto.h"
 #include "platform/types.h"
-#include "tools/text.h"
+#include "vocab/text.h"
 
 namespace ctl {
+
+using namespace vocab;
 
 ResultInfo resultInfo(int32_t result, ResultSource source) {
     const bool proto = source == ResultSource::Protocol;

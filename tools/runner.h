@@ -45,7 +45,7 @@ class Runner {
     std::ostream& err_;
     bool json_ = false;
     Endpoints ep_;
-    std::string socketOpt_, shellOpt_, eventOpt_;
+    std::string socketOpt_, shellOpt_, eventOpt_, controlOpt_;
     int timeoutSec_ = 0;
     std::unique_ptr<Transport> transport_;
 
@@ -63,6 +63,15 @@ class Runner {
     int usage(const UsageError& e);
     int unreachable(int32_t rc, const std::string& error, const std::string& path);
     int answered(int32_t result, ResultSource source, const std::string& detail, Json extra);
+
+    // One request to the control service; 0 when a reply object came back
+    // (its "ok" may be false), else the exit status already reported.
+    int control(const Json& req, Json& reply);
+    // A control reply with "ok" false: reported; the exit status.
+    int controlRefused(const Json& reply, Json extra);
+
+    // config show | save [FILE] | reload | check FILE (ctl_config.cpp).
+    int cmdConfig(const std::vector<std::string>& a);
 
     // One call of the command map; 0 when the exchange worked (the entry
     // point's result is in reply.result), else the exit status already reported.

@@ -336,6 +336,14 @@ int32_t errorReplyDecode(const uint8_t* body, size_t len, ErrorReply& out) {
     return 0;
 }
 
+// ---- control ---------------------------------------------------------------------------
+
+std::vector<uint8_t> controlEncode(uint8_t kind, const std::string& json, uint32_t seq) {
+    Writer w;
+    w.out.assign(json.begin(), json.end());
+    return frame(kind, seq, w);
+}
+
 // ---- paths -----------------------------------------------------------------------------
 
 std::string shellSocketPath(const std::string& name) { return "/tmp/" + name + "Shell.socket"; }
@@ -495,6 +503,22 @@ int32_t event(const std::string& path, const EventRequest& req, EventReply& repl
     int32_t rc = exchange(path, eventRequestEncode(req, 1), MAX_REPLY_BODY, timeoutMs, f, error);
     if (rc != 0) return rc;
     return finish(f, KIND_EVENT, reply, eventReplyDecode, error);
+}
+
+int32_t control(const std::string& path, const std::string& request, std::string& reply, std::string& error,
+                int timeoutMs) {
+    if (request.size() > MAX_REQUEST_BODY) {
+        error = "request too long";
+        return ERR_TOO_LONG;
+    }
+    Frame f;
+    int32_t rc = exchange(path, controlEncode(KIND_CONTROL, request, 1), MAX_REPLY_BODY, timeoutMs, f, error);
+    if (rc != 0) return rc;
+    auto asText = [](const uint8_t* body, size_t len, std::string& out) {
+        out.assign(reinterpret_cast<const char*>(body), len);
+        return 0;
+    };
+    return finish(f, KIND_CONTROL, reply, asText, error);
 }
 
 }  // namespace cmdp

@@ -24,6 +24,7 @@ constexpr size_t HEADER_LEN = 12;   // magic u16, version u8, kind u8, body leng
 constexpr uint8_t KIND_CALL = 1;
 constexpr uint8_t KIND_SHELL = 2;
 constexpr uint8_t KIND_EVENT = 3;
+constexpr uint8_t KIND_CONTROL = 4;  // the platform's control service: a JSON object each way
 constexpr uint8_t REPLY_BIT = 0x80;
 // A request that could not be read is answered with this kind, then the
 // connection is closed.
@@ -135,6 +136,17 @@ int32_t eventRequestDecode(const uint8_t* body, size_t len, EventRequest& out);
 std::vector<uint8_t> eventReplyEncode(const EventReply& r, uint32_t seq);
 int32_t eventReplyDecode(const uint8_t* body, size_t len, EventReply& out);
 
+// ---- control: a request to the platform itself --------------------------------------
+
+// The control service's socket, before runtimePath.
+constexpr const char* CONTROL_SOCKET = "/tmp/pppoeplusControl.socket";
+
+// A control request or reply is one JSON object in UTF-8, the whole body
+// (at most MAX_REQUEST_BODY bytes for a request): {"op": "...", ...} in,
+// {"ok": true, ...} or {"ok": false, "error": "..."} out. The encoding
+// takes the text as it is; the service and the tool parse it.
+std::vector<uint8_t> controlEncode(uint8_t kind, const std::string& json, uint32_t seq);
+
 // ---- error -----------------------------------------------------------------------
 
 struct ErrorReply {
@@ -185,5 +197,9 @@ int32_t shell(const std::string& path, const ShellRequest& req, ShellReply& repl
               int timeoutMs = 30000);
 int32_t event(const std::string& path, const EventRequest& req, EventReply& reply, std::string& error,
               int timeoutMs = 10000);
+// A control request (a JSON text) and its reply text. A reload applies the
+// whole file, so it may take a while: 60 s by default.
+int32_t control(const std::string& path, const std::string& request, std::string& reply, std::string& error,
+                int timeoutMs = 60000);
 
 }  // namespace cmdp

@@ -12,7 +12,9 @@
 #include "platform/linux/cmd_call.h"
 #include "platform/linux/cmd_proto.h"
 #include "platform/linux/config.h"
+#include "platform/linux/control_service.h"
 #include "platform/linux/internal.h"
+#include "platform/linux/opconf.h"
 #include "platform/linux/plat_log.h"
 #include "platform/linux/service_engine.h"
 #include "platform/services.h"
@@ -26,6 +28,8 @@ namespace {
 std::mutex gSpecsMutex;
 auto& gSpecs = *new std::map<std::string, std::vector<tIcmCallSpec>>;
 
+}  // namespace
+
 gid_t serviceGroup() {
     auto g = configGet("platform.group");
     if (!g || g->empty()) return 0;
@@ -38,7 +42,6 @@ gid_t serviceGroup() {
     platLog(PLAT_LOG_WARNING, "platform.group '%s' not found; the command service is root's only", g->c_str());
     return 0;
 }
-}  // namespace
 
 }  // namespace linuxplat
 
@@ -80,5 +83,11 @@ int32_t icmProcTcpInit(const char* service, const char* path, const tIcmFuncMap*
     if (table->specs.empty())
         platLog(PLAT_LOG_ERR, "%s: no settings registered; every call will be refused", service);
     svc->handle = [table](const cmdp::Frame& f) { return callServe(*table, f); };
-    return serviceStart(std::move(svc), 0660);
+    int32_t rc = serviceStart(std::move(svc), 0660);
+    if (rc != 0) return rc;
+    // The operational configuration writes through the same table, and the
+    // control service (its show and reload among them) starts beside it.
+    opconfStart(table);
+    (void)controlServiceStart();
+    return 0;
 }

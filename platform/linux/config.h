@@ -1,7 +1,11 @@
-// The configuration file of the Linux platform: `key = value` lines read once
-// at start. Keys `pppoeplus.*` are the daemon's start-up options (handed out
-// by silOptRead), `platform.*` settings of this platform, `port.<ifname>` the
-// kind and position of an interface.
+// The configuration file of the Linux platform: `key = value` lines. Keys
+// `pppoeplus.*` are the daemon's start-up options (handed out by silOptRead),
+// `platform.*` settings of this platform, `port.<ifname>` the kind and
+// position of an interface: all read once, at start. Keys `agent.NAME` and
+// `if.IFNAME.NAME` are operational settings (the names and value words of
+// pppoeplusctl): applied at start, to interfaces as they appear, and again
+// at every reload (opconf.h). The parsing (config_parse.cpp) is pure; the
+// process's copy (config.cpp) is read once.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +14,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "vocab/settings.h"
 
 namespace linuxplat {
 
@@ -28,12 +34,46 @@ struct PortSpec {
     std::optional<uint32_t> subPort;
 };
 
+// Longest interface pattern of an `if.` line, and longest text value of an
+// operational setting (a format).
+constexpr size_t CONFIG_MAX_PATTERN = 64;
+constexpr size_t CONFIG_MAX_TEXT = 255;
+
+// One operational line: `agent.NAME = VALUE` (a global setting) or
+// `if.IFNAME.NAME = VALUE` (a setting of every interface whose name IFNAME
+// names; IFNAME may be a shell pattern, and the interface's name may hold
+// dots: the setting is the last dot-separated part).
+struct OpSetting {
+    size_t line = 0;
+    bool perInterface = false;
+    std::string pattern;       // perInterface: the name or pattern
+    vocab::CommandInfo setting{};
+    uint32_t word = 0;         // the value of every type but Text
+    std::string text;          // the value of a Text setting
+};
+
 // Result of reading a configuration text.
 struct ConfigData {
     std::map<std::string, std::string> values;  // pppoeplus.* and platform.* keys
     std::map<std::string, PortSpec> ports;      // by interface name
+    std::vector<OpSetting> ops;                 // operational lines, in file order, each key once
     std::vector<std::string> messages;          // "file:line: what was wrong", in order
+    std::vector<std::string> errors;            // the messages of lines that were not taken
 };
+
+// How specific an interface pattern is: a plain name beats every pattern;
+// among patterns, more characters that are no wildcard win. Equal ones: the
+// later line wins.
+size_t configPatternRank(const std::string& pattern);
+// True when `name` is matched by `pattern` (fnmatch without flags).
+bool configPatternMatches(const std::string& pattern, const std::string& name);
+// The line of `ops` that decides `setting` (its code and owner) of interface
+// `ifName` (perInterface) or of the agent, or null when none does.
+const OpSetting* configOpFor(const std::vector<OpSetting>& ops, bool perInterface, const vocab::CommandInfo& setting,
+                             const std::string& ifName);
+// The value of `op` written as a configuration line's value: the vocabulary's
+// word, a text in double quotes when blanks at its ends would be lost.
+std::string configOpValueText(const vocab::CommandInfo& setting, uint32_t word, const std::string& text);
 
 // Parses a whole configuration text. Bad lines are reported in `messages`
 // with `fileName` and their line number and otherwise ignored. Pure.
@@ -74,6 +114,12 @@ const PortSpec* configPort(const std::string& ifName);
 // True when `ifName` matches a pattern of `platform.exclude` (blank or comma
 // separated shell patterns).
 bool configExcluded(const std::string& ifName);
+
+// Writes `text` to `path` so that a reader sees the old file or the new one,
+// never a part: a temporary file beside it, fsync, the old file kept as
+// `path.bak`, rename. The old file's mode and owner are kept. False with
+// `error` when nothing was changed.
+bool configWriteFile(const std::string& path, const std::string& text, std::string& error);
 
 // Where the configuration came from, for the start-up message.
 std::string configSourceText();

@@ -24,6 +24,7 @@
 #include "platform/linux/config.h"
 #include "platform/linux/hwrule.h"
 #include "platform/linux/internal.h"
+#include "platform/linux/opconf.h"
 #include "platform/linux/plat_log.h"
 #include "platform/linux/police.h"
 #include "platform/linux/rtnl.h"
@@ -159,6 +160,9 @@ void applyEvents(const std::vector<std::pair<LinkEvent, LinkInfo>>& events) {
         }
         if (change.removed || change.renamed) protoFollowLink(change, link.ifindex, name);
         for (const auto& m : change.messages) routeDeliver(m);
+        // The operational configuration follows: a new name gets its lines.
+        if (change.removed) opconfLinkGone(static_cast<uint32_t>(link.ifindex));
+        else if (change.added || change.renamed) opconfLinkNew(static_cast<uint32_t>(link.ifindex));
     }
 }
 
@@ -256,8 +260,6 @@ void start() {
     }
 }
 
-// Takes the hardware rule of `unit` away, under gProtoMutex: 0, or the
-// rule's error (the port is forgotten either way).
 // Whether the software trap of `unit` is on, and whether its hardware rule
 // was switched off explicitly; under gProtoMutex. A served port whose rule
 // is off is an uplink, which the default discovery limit does not police.
@@ -271,6 +273,8 @@ bool hwOffLocked(uint32_t unit) {
     return it != gProto.end() && !it->second.on;
 }
 
+// Takes the hardware rule of `unit` away, under gProtoMutex: 0, or the
+// rule's error (the port is forgotten either way).
 uint32_t ruleRemove(uint32_t unit) {
     auto rule = gRuleName.find(unit);
     if (rule == gRuleName.end()) return 0;
@@ -329,6 +333,14 @@ uint32_t ifdbUnitByName(const std::string& name) {
     for (const auto& [index, link] : gTable.links)
         if (link.name == name) return static_cast<uint32_t>(index);
     return 0;
+}
+
+std::vector<std::pair<uint32_t, std::string>> ifdbLinks() {
+    ifdbStart();
+    std::vector<std::pair<uint32_t, std::string>> out;
+    std::shared_lock<std::shared_mutex> lock(gTableMutex);
+    for (const auto& [index, link] : gTable.links) out.emplace_back(static_cast<uint32_t>(index), link.name);
+    return out;
 }
 
 std::string ifdbName(uint32_t unit) {
@@ -440,8 +452,10 @@ uint32_t zelIfSetApi(uint32_t unit, uint32_t attr, void* value) {
         st.on = on;
         {
             std::unique_lock<std::shared_mutex> trap(gTrapMutex);
-            if (on) gTrap.insert(static_cast<int32_t>(unit));
-            else gTrap.erase(static_cast<int32_t>(unit));
+            // A port the daemon starts to serve gets its configured settings
+            // (queued: they are written once the daemon gives its lock back).
+            if (on && gTrap.insert(static_cast<int32_t>(unit)).second) opconfServed(unit);
+            if (!on) gTrap.erase(static_cast<int32_t>(unit));
         }
         policeSetUplink(unit, on && hwOffLocked(unit));
         return 0;

@@ -45,6 +45,8 @@ void ifdbServedCounts(size_t& served, size_t& trusted);
 
 // Interface unit of a name, 0 for none.
 uint32_t ifdbUnitByName(const std::string& name);
+// Every link the database knows: (unit, name).
+std::vector<std::pair<uint32_t, std::string>> ifdbLinks();
 std::string ifdbName(uint32_t unit);
 
 // A new-interface route message for every interface known now, by unit.

@@ -292,8 +292,9 @@ void connReadable(Service& svc, Conn& c, int64_t now) {
     frame.body.assign(c.in.begin() + cmdp::HEADER_LEN, c.in.end());
     std::vector<uint8_t>().swap(c.in);
     c.requestStart = 0;
-    Answer a = h.kind == svc.kind ? svc.handle(frame)
-                                  : errorAnswer(cmdp::ERR_UNSUPPORTED, "request kind not served here", h.seq);
+    Answer a = h.kind != svc.kind ? errorAnswer(cmdp::ERR_UNSUPPORTED, "request kind not served here", h.seq)
+               : svc.handleFrom   ? svc.handleFrom(frame, c.uid)
+                                  : svc.handle(frame);
     queueReply(c, std::move(a.reply), a.close, now);
 }
 

@@ -31,6 +31,9 @@ struct Service {
     bool groupAllowed = false;  // besides root, members of `gid` may use it
     gid_t gid = 0;
     std::function<Answer(const cmdp::Frame&)> handle;
+    // Instead of `handle`, for a service that answers root and the group
+    // differently: the request with the peer's uid.
+    std::function<Answer(const cmdp::Frame&, uid_t)> handleFrom;
 };
 
 // An error reply, after which the connection is closed.
@@ -39,6 +42,10 @@ Answer errorAnswer(int32_t code, const std::string& text, uint32_t seq);
 // Listens at the service's path with `mode` and starts its thread. 0 or an
 // error.
 int32_t serviceStart(std::unique_ptr<Service> svc, mode_t mode);
+
+// The group of platform.group (name or number) whose members may use the
+// command and control services besides root; 0 when there is none.
+gid_t serviceGroup();
 
 // A service or process name: 1 to 32 letters, digits or underscores.
 bool serviceNameOk(const char* name);

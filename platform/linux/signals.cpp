@@ -1,11 +1,12 @@
 // Signal handling of the process: SIGTERM, SIGINT and SIGQUIT end it
-// cleanly; one thread waits for them, every other thread blocks them.
+// cleanly, SIGHUP reloads the configuration; one thread waits for them, every other thread blocks them.
 #include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include "platform/linux/internal.h"
 #include "platform/linux/notify.h"
+#include "platform/linux/opconf.h"
 #include "platform/linux/os_linux.h"
 #include "platform/linux/plat_log.h"
 #include "platform/services.h"
@@ -22,7 +23,8 @@ void* signalThread(void* arg) {
         int sig = 0;
         if (::sigwait(set, &sig) != 0) continue;
         if (sig == SIGHUP) {
-            platLog(PLAT_LOG_NOTICE, "SIGHUP: the configuration is read at start only; restart to apply changes");
+            platLog(PLAT_LOG_NOTICE, "SIGHUP: reloading the configuration");
+            opconfReloadAsync();
             continue;
         }
         platLog(PLAT_LOG_NOTICE, "stopping on signal %d", sig);

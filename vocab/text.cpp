@@ -1,10 +1,10 @@
 // Small text helpers of pppoeplusctl.
-#include "tools/text.h"
+#include "vocab/text.h"
 
 #include <cctype>
 #include <sstream>
 
-namespace ctl {
+namespace vocab {
 
 std::string lower(std::string_view s) {
     std::string r(s);
@@ -71,4 +71,4 @@ std::string wrap(const std::string& text, const std::string& indent, size_t widt
     if (!line.empty()) out += indent + line + "\n";
     return out;
 }
-}  // namespace ctl
+}  // namespace vocab

@@ -1,9 +1,10 @@
-// The table of the agent's settings: every global and interface command the
-// management entry points take, with its name, the record's field name, its
-// command code, the type of its value and whether it can be read or changed.
-// One table for everything that names a setting: the tool's commands, its
-// help and a reader of configuration files. It needs nothing else of the
-// tool (text.h for matching names) and no daemon record.
+// The vocabulary of the agent's settings: every global and interface command
+// the management entry points take, with its name, the record's field name,
+// its command code, the type of its value and whether it can be read or
+// changed, and the settings the Linux platform keeps itself. One table for
+// everything that names a setting: pppoeplusctl's commands and help, and the
+// daemon's configuration file (its lines `agent.NAME = VALUE` and
+// `if.IFNAME.NAME = VALUE`). It needs no daemon record and no tool code.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +12,7 @@
 #include <string>
 #include <vector>
 
-namespace ctl {
+namespace vocab {
 
 enum class ValueType {
     Truth,       // 1 on, 2 off (0 unset)
@@ -25,6 +26,11 @@ enum class ValueType {
     Ignored,     // set only, the value does not matter (clear)
 };
 
+// Who keeps a setting: the agent (read and written through the management
+// entry points, by the command service) or the Linux platform (through the
+// control service).
+enum class Owner { Agent, Platform };
+
 struct CommandInfo {
     uint32_t code;
     const char* name;   // canonical name, kebab case
@@ -33,6 +39,7 @@ struct CommandInfo {
     bool canGet;
     bool canSet;
     const char* help;
+    Owner owner = Owner::Agent;
 };
 
 // Global (scalar) commands, codes 1 to 18, and interface commands, codes 1 to 17.
@@ -48,4 +55,20 @@ const std::vector<const CommandInfo*>& ifCounters();
 std::optional<CommandInfo> findScalar(const std::string& nameOrCode);
 std::optional<CommandInfo> findIf(const std::string& nameOrCode);
 
-}  // namespace ctl
+// The rows of the command map that read and write the settings of a scope,
+// and that walk the interfaces the agent serves.
+struct MapRows {
+    uint32_t get = 0;
+    uint32_t set = 0;
+};
+MapRows mapRows(bool perInterface);
+uint32_t ifFirstRow();
+uint32_t ifNextRow();
+
+// The setting that switches the agent (global) or an interface's entry on.
+bool isEnable(const CommandInfo& c, bool perInterface);
+// For a format: the code of the type setting that says whether the format is
+// the scope's own (a type other than default); nullopt for anything else.
+std::optional<uint32_t> formatTypeCode(const CommandInfo& c, bool perInterface);
+
+}  // namespace vocab

@@ -1,13 +1,13 @@
 // Value words: what the operator types, what the daemon holds.
-#include "tools/values.h"
+#include "vocab/values.h"
 
 #include <cstring>
 
 #include "platform/number.h"
 #include "platform/types.h"
-#include "tools/text.h"
+#include "vocab/text.h"
 
-namespace ctl {
+namespace vocab {
 
 namespace {
 
@@ -126,4 +126,4 @@ std::optional<NsrInfo> nsrFromBytes(const std::vector<uint8_t>& bytes) {
     return n;
 }
 
-}  // namespace ctl
+}  // namespace vocab

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "tools/settings.h"
+#include "vocab/settings.h"
 
-namespace ctl {
+namespace vocab {
 
 // Reads the value word of a command of `type` into the word the daemon takes.
 // An error text (what is accepted) when it cannot.
@@ -33,4 +33,4 @@ struct NsrInfo {
 };
 std::optional<NsrInfo> nsrFromBytes(const std::vector<uint8_t>& bytes);
 
-}  // namespace ctl
+}  // namespace vocab

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-namespace ctl {
+namespace vocab {
 
 std::string lower(std::string_view s);
 // Lower case without '-', '_' and blanks: "Circuit-Id_Type" and "circuitidtype" meet.
@@ -23,4 +23,4 @@ std::string plainLines(const std::string& s);
 // `text` in lines of at most `width` characters, each starting with `indent`.
 std::string wrap(const std::string& text, const std::string& indent, size_t width);
 
-}  // namespace ctl
+}  // namespace vocab

@@ -1,11 +1,11 @@
 // The table of global and interface settings, and finding a row by name.
-#include "tools/settings.h"
+#include "vocab/settings.h"
 
 #include "mgmt/mgmt_codes.h"
 #include "platform/number.h"
-#include "tools/text.h"
+#include "vocab/text.h"
 
-namespace ctl {
+namespace vocab {
 
 const std::vector<CommandInfo>& scalarCommands() {
     static const std::vector<CommandInfo> t = {
@@ -122,6 +122,30 @@ std::optional<CommandInfo> findIn(const std::vector<CommandInfo>& table, const s
 
 }  // namespace
 
+MapRows mapRows(bool perInterface) {
+    return perInterface ? MapRows{PPPOEPLUS_FUNC_IF_GET, PPPOEPLUS_FUNC_IF_SET}
+                        : MapRows{PPPOEPLUS_FUNC_SCALAR_GET, PPPOEPLUS_FUNC_SCALAR_SET};
+}
+uint32_t ifFirstRow() { return PPPOEPLUS_FUNC_IF_GET_FIRST; }
+uint32_t ifNextRow() { return PPPOEPLUS_FUNC_IF_GET_NEXT; }
+
+bool isEnable(const CommandInfo& c, bool perInterface) {
+    return c.owner == Owner::Agent && c.code == (perInterface ? PPPOEPLUS_IF_ENABLE : PPPOEPLUS_SCALAR_ENABLE);
+}
+
+std::optional<uint32_t> formatTypeCode(const CommandInfo& c, bool perInterface) {
+    if (c.owner != Owner::Agent || c.type != ValueType::Text) return std::nullopt;
+    if (perInterface) {
+        if (c.code == PPPOEPLUS_IF_CIRCUITID_FORMAT) return PPPOEPLUS_IF_CIRCUITID_TYPE;
+        if (c.code == PPPOEPLUS_IF_REMOTEID_FORMAT) return PPPOEPLUS_IF_REMOTEID_TYPE;
+        return std::nullopt;
+    }
+    if (c.code == PPPOEPLUS_SCALAR_CIRCUITID_FORMAT) return PPPOEPLUS_SCALAR_CIRCUITID_TYPE;
+    if (c.code == PPPOEPLUS_SCALAR_REMOTEID_FORMAT) return PPPOEPLUS_SCALAR_REMOTEID_TYPE;
+    if (c.code == PPPOEPLUS_SCALAR_PON_CIRCUITID_FORMAT) return PPPOEPLUS_SCALAR_PON_CIRCUITID_TYPE;
+    return std::nullopt;
+}
+
 std::optional<CommandInfo> findScalar(const std::string& nameOrCode) {
     return findIn(scalarCommands(), nameOrCode, "PPPOEPLUS_SCALAR_");
 }
@@ -130,4 +154,4 @@ std::optional<CommandInfo> findIf(const std::string& nameOrCode) {
     return findIn(ifCommands(), nameOrCode, "PPPOEPLUS_IF_");
 }
 
-}  // namespace ctl
+}  // namespace vocab
