@@ -15,7 +15,41 @@
 
 namespace ctl {
 
+// A value of the platform's own (policing), through the control service.
+// A refusal is the reply's reason, kept in `v.why` with result
+// ZEL_ERR_UNSUPPORTED.
+int Runner::getPlatformValue(const CommandInfo& c, std::optional<uint32_t> unit, Value& v) {
+    Json req = {{"op", "get"}, {"name", c.name}};
+    if (unit) {
+        std::string name = resolver_.nameOf(*unit);
+        if (name.empty()) {
+            v.result = ZEL_ERR_NOT_FOUND;
+            return 0;
+        }
+        req["if"] = name;
+    }
+    Json reply;
+    if (int rc = control(req, reply); rc != 0) return rc;
+    if (!reply.value("ok", false) || !reply.contains("value") || !reply["value"].is_number_unsigned() ||
+        reply["value"].get<uint64_t>() > 0xFFFFFFFFu) {
+        v.result = ZEL_ERR_UNSUPPORTED;
+        v.why = reply.contains("error") && reply["error"].is_string() ? reply["error"].get<std::string>() : "refused";
+        return 0;
+    }
+    const uint32_t word = reply["value"].get<uint32_t>();
+    v.result = 0;
+    v.text = valueWord(c.type, word);
+    if (c.type == ValueType::NumberOrDefault && word == VALUE_DEFAULT) {
+        v.json = v.text;
+        v.raw = word;
+    } else {
+        v.json = word;
+    }
+    return 0;
+}
+
 int Runner::getValue(const CommandInfo& c, std::optional<uint32_t> unit, Value& v) {
+    if (c.owner == Owner::Platform) return getPlatformValue(c, unit, v);
     cmdp::CallRequest req;
     req.code = unit ? 6 : 1;
     req.unit = unit.value_or(0);
@@ -84,6 +118,7 @@ int Runner::showOne(const CommandInfo& c, std::optional<uint32_t> unit, Json fie
     if (int rc = getValue(c, unit, v); rc != 0) return rc;
     fields["name"] = nameOf(c);
     fields["code"] = c.code;
+    if (!v.why.empty()) return controlRefused({{"error", v.why}}, fields);
     if (v.result != 0) return answered(v.result, ResultSource::Daemon, "", fields);
     if (json_) printJson(withValue(okWith(true, fields), v));
     else out_ << nameOf(c) << ": " << v.text << "\n";
@@ -107,8 +142,9 @@ int Runner::cmdGet(const std::vector<std::string>& a) {
         if (int rc = getValue(c, std::nullopt, v); rc != 0) return rc;
         if (v.result != 0) {
             anyError = true;
-            rows.emplace_back(c.name, resultText(v.result));
-            errors[c.name] = resultText(v.result);
+            const std::string why = v.why.empty() ? resultText(v.result) : v.why;
+            rows.emplace_back(c.name, why);
+            errors[c.name] = why;
             continue;
         }
         rows.emplace_back(c.name, v.text);
@@ -162,6 +198,7 @@ int Runner::doSet(const CommandInfo& c, std::optional<uint32_t> unit, const std:
         }
         ParsedWord w = parseValue(c.type, valueArgs.empty() ? std::string() : valueArgs[0]);
         if (!w.ok) return usage({nameOf(c) + ": " + w.error, unit ? "if" : verb});
+        if (c.owner == Owner::Platform) return setPlatformValue(c, unit, label, w.value, sync);
         req.valueKind = cmdp::VALUE_U32;
         req.lenWord = w.value;
         raw = w.value;
@@ -184,6 +221,30 @@ int Runner::doSet(const CommandInfo& c, std::optional<uint32_t> unit, const std:
         out_ << (unit ? label + ": " : std::string()) << nameOf(c) << (sync ? " synced to " : " set to ") << shown
              << "\n";
     }
+    return EXIT_OK;
+}
+
+// Sets a value of the platform's own through the control service; a sync
+// is a set there (the platform has no standby to tell apart).
+int Runner::setPlatformValue(const CommandInfo& c, std::optional<uint32_t> unit, const std::string& label,
+                             uint32_t word, bool sync) {
+    Json req = {{"op", "set"}, {"name", c.name}, {"value", word}};
+    Json j = unit ? ifScope(*unit) : Json{{"scope", "global"}};
+    j["action"] = sync ? "sync" : "set";
+    j["name"] = nameOf(c);
+    j["code"] = c.code;
+    j["value"] = valueWord(c.type, word);
+    if (unit) {
+        std::string name = resolver_.nameOf(*unit);
+        if (name.empty()) return answered(ZEL_ERR_NOT_FOUND, ResultSource::Daemon, "", j);
+        req["if"] = name;
+    }
+    Json reply;
+    if (int rc = control(req, reply); rc != 0) return rc;
+    if (!reply.value("ok", false)) return controlRefused(reply, j);
+    if (json_) printJson(okWith(true, j));
+    else out_ << (unit ? label + ": " : std::string()) << nameOf(c) << (sync ? " synced to " : " set to ")
+              << valueWord(c.type, word) << "\n";
     return EXIT_OK;
 }
 

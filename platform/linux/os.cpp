@@ -122,6 +122,7 @@ void startDaemonProcess() {
         // creator's: dropped here, before the daemon's first thread, they are
         // dropped for every thread to come. The discovery filter is loaded
         // first: loading needs CAP_BPF or CAP_SYS_ADMIN, which go.
+        policeRegister();
         (void)policeLoad();
         dropPrivileges();
     });

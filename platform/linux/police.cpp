@@ -22,8 +22,11 @@
 #include <thread>
 
 #include "platform/linux/bpf/police_abi.h"
+#include "platform/linux/cmd_proto.h"
+#include "platform/linux/control_service.h"
 #include "platform/linux/internal.h"
 #include "platform/linux/plat_log.h"
+#include "platform/linux/plat_settings.h"
 #include "police.skel.h"
 
 namespace linuxplat {
@@ -480,6 +483,78 @@ void policeTick(int64_t nowMs) {
         }
     }
     writeLines(lines);
+}
+
+namespace {
+
+using Json = nlohmann::json;
+
+// {"available", "rate", "burst", "errdisable-time", "errdisable-hold",
+//  "interfaces": {NAME: {"ifindex", "passed", "dropped", "state", "hold-left"}}}
+Json statusOp(const Json&, const ControlCaller&) {
+    Json ports = Json::object();
+    for (const PolicePortStatus& s : policeStatusAll()) {
+        std::string name = ifdbName(s.ifIndex);
+        if (name.empty()) continue;  // gone
+        Json p = {{"ifindex", s.ifIndex},
+                  {"passed", s.passed},
+                  {"dropped", s.dropped},
+                  {"state", s.errDisabled ? "err-disabled" : "served"}};
+        if (s.errDisabled) p["hold-left"] = s.holdLeft;
+        ports[name] = p;
+    }
+    return Json{{"available", policeAvailable()},
+                {"rate", policeRate(0)},
+                {"burst", policeBurst(0)},
+                {"errdisable-time", policeErrdisableTime()},
+                {"errdisable-hold", policeErrdisableHold()},
+                {"interfaces", ports}};
+}
+
+// {"if": NAME}
+Json recoverOp(const Json& req, const ControlCaller&) {
+    if (!req.contains("if") || !req["if"].is_string()) return controlError("\"if\" must be an interface name");
+    const std::string name = req["if"].get<std::string>();
+    const uint32_t unit = name.size() <= cmdp::MAX_NAME ? ifdbUnitByName(name) : 0;
+    if (unit == 0) return controlError("no interface '" + name.substr(0, cmdp::MAX_NAME) + "'");
+    if (std::string why = policeRecover(unit); !why.empty()) return controlError(name + ": " + why);
+    return Json::object();
+}
+
+// A global value as a setting's answer: always there.
+std::optional<uint32_t> some(uint32_t v) { return v; }
+
+}  // namespace
+
+void policeRegister() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        auto global = [](const char* name, std::function<uint32_t()> get, std::function<std::string(uint32_t)> set) {
+            platSettingRegister(PlatSetting{name, false, [get](uint32_t) { return some(get()); },
+                                            [set](uint32_t, uint32_t v) { return set(v); }});
+        };
+        global("police-rate", [] { return policeRate(0); }, [](uint32_t v) { return policeSetRate(0, v); });
+        global("police-burst", [] { return policeBurst(0); }, [](uint32_t v) { return policeSetBurst(0, v); });
+        global("errdisable-time", policeErrdisableTime, policeSetErrdisableTime);
+        global("errdisable-hold", policeErrdisableHold, policeSetErrdisableHold);
+        // A port's own values: any interface, served or not; 0 is the global one's unit.
+        auto port = [](const char* name, uint32_t (*get)(uint32_t), std::string (*set)(uint32_t, uint32_t)) {
+            platSettingRegister(PlatSetting{
+                name, true,
+                [get](uint32_t unit) -> std::optional<uint32_t> {
+                    if (unit == 0) return std::nullopt;
+                    return get(unit);
+                },
+                [set](uint32_t unit, uint32_t v) -> std::string {
+                    if (unit == 0) return "no interface";
+                    return set(unit, v);
+                }});
+        };
+        port("police-rate", policeRate, policeSetRate);
+        port("police-burst", policeBurst, policeSetBurst);
+        controlRegister("police-status", false, statusOp);
+        controlRegister("police-recover", false, recoverOp);
+    });
 }
 
 }  // namespace linuxplat

@@ -38,6 +38,11 @@ constexpr uint32_t ERRDISABLE_HOLD_DEFAULT = 300;
 constexpr uint32_t ERRDISABLE_HOLD_MIN = 1;
 constexpr uint32_t ERRDISABLE_HOLD_MAX = 7 * 86400;
 
+// Registers the settings (police-rate, police-burst, errdisable-time,
+// errdisable-hold; the first two per interface too) and the control
+// operations police-status and police-recover, once.
+void policeRegister();
+
 // Loads the filter, once: true when policing is available. Later calls give
 // the first answer; a failure is logged once.
 bool policeLoad();

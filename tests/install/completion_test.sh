@@ -79,8 +79,8 @@ expect 'pppoeplusctl --timeout 5 --root /tmp g' 'get'
 expect 'pppoeplusctl help ' 'event get if metrics names results set shell sync'
 
 # Global names and their values.
-expect 'pppoeplusctl set pol' 'policy'
-expect 'pppoeplusctl sync pol' 'policy'
+expect 'pppoeplusctl set pol' 'police-burst police-rate policy'
+expect 'pppoeplusctl sync pol' 'police-burst police-rate policy'
 expect 'pppoeplusctl set policy ' 'default drop keep replace'
 expect 'pppoeplusctl set enable ' 'off on'
 expect 'pppoeplusctl set circuit-id-type ' 'ascii default userdefine'
@@ -94,9 +94,9 @@ expect 'pppoeplusctl get pon-' 'pon-agg-if-enable pon-circuit-id-format pon-circ
 # Interfaces, their subcommands, names and values.
 expect_has 'pppoeplusctl if ' list lo
 expect 'pppoeplusctl if l' 'list lo'
-expect 'pppoeplusctl if lo ' 'clear counters get set sync'
+expect 'pppoeplusctl if lo ' 'clear counters get recover set sync'
 expect 'pppoeplusctl if list ' ''
-expect 'pppoeplusctl if lo set pol' 'policy'
+expect 'pppoeplusctl if lo set pol' 'police-burst police-rate policy'
 expect 'pppoeplusctl if lo set trust ' 'off on'
 expect 'pppoeplusctl if 1 sync ignore-pkt ' 'off on'
 expect_has 'pppoeplusctl if lo get ' padi-rcv total-send trust
@@ -123,7 +123,7 @@ rm -rf "$tmp"
 # The tool found on PATH by its plain name, as an operator types it.
 PATH="$(dirname "$tool"):$PATH"
 tool=pppoeplusctl
-expect 'pppoeplusctl if lo set pol' 'policy'
+expect 'pppoeplusctl if lo set pol' 'police-burst police-rate policy'
 
 if [[ $failures -ne 0 ]]; then
     echo "$failures completion check(s) failed"
