@@ -21,13 +21,13 @@
 #include <optional>
 #include <thread>
 
+#include "generated/police.skel.h"
 #include "platform/linux/bpf/police_abi.h"
 #include "platform/linux/cmd_proto.h"
 #include "platform/linux/control_service.h"
 #include "platform/linux/internal.h"
 #include "platform/linux/plat_log.h"
 #include "platform/linux/plat_settings.h"
-#include "police.skel.h"
 
 namespace linuxplat {
 
