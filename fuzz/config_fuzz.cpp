@@ -4,8 +4,10 @@
 // An input is the text of a configuration file. Every message must name the
 // file and a line that exists; every value kept must be under a known key
 // (pppoeplus.* or platform.*) and within the value limit; every port line
-// kept must name a valid interface. The value readers get the input's first
-// line and must not accept what they should not.
+// kept must name a valid interface; every operational line kept must name a
+// setting that can be written, with a value of its type that writes back as
+// the same value, and patterns that the precedence rule can rank. The value
+// readers get the input's first line and must not accept what they should not.
 #include <cstring>
 #include <memory>
 #include <string>
@@ -51,6 +53,26 @@ std::string targetOne(const uint8_t* data, size_t size) {
         if (spec.ondType && *spec.ondType != 0 && *spec.ondType != 1 && *spec.ondType != 2 && *spec.ondType != 10 &&
             *spec.ondType != 11 && *spec.ondType != 12)
             problems += "port of an unknown kind; ";
+    }
+
+    for (const linuxplat::OpSetting& op : c.ops) {
+        if (op.line == 0 || op.line > lines) problems += "operational line that is not there; ";
+        if (op.setting.name == nullptr || !op.setting.canSet || op.setting.type == vocab::ValueType::Ignored)
+            problems += "operational line of a setting that cannot be written; ";
+        if (op.perInterface && (op.pattern.empty() || op.pattern.size() > linuxplat::CONFIG_MAX_PATTERN))
+            problems += "interface pattern out of bounds; ";
+        if (!op.perInterface && !op.pattern.empty()) problems += "global setting with a pattern; ";
+        if (op.text.size() > linuxplat::CONFIG_MAX_TEXT) problems += "text longer than a format kept; ";
+        if (op.setting.name == nullptr) continue;
+        // Written as config show writes it, the value reads back the same.
+        const std::string key = op.perInterface ? "if." + op.pattern + "." + op.setting.name
+                                                : std::string("agent.") + op.setting.name;
+        const linuxplat::ConfigData back =
+            linuxplat::configParse(key + " = " + linuxplat::configOpValueText(op.setting, op.word, op.text), "b.conf");
+        if (back.ops.size() != 1 || back.ops[0].word != op.word || back.ops[0].text != op.text)
+            problems += "value that does not read back as written; ";
+        (void)linuxplat::configPatternRank(op.pattern);
+        if (op.perInterface) (void)linuxplat::configOpFor(c.ops, true, op.setting, op.pattern);
     }
 
     // The value readers on the first line.

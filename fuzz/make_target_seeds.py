@@ -236,7 +236,35 @@ CONFIGS = {
     "long-line": b"platform.sysname = " + b"x" * 1100 + b"\nplatform.devicename = " + b"y" * 600 + b"\n",
     "first-line-number": b"0x1F\n",
     "first-line-mac": b"02:00:00:00:00:01\n",
+    "operational": b"agent.enable = on\nagent.policy = replace\nagent.debug = 0x9\nagent.vendor-id = 3561\n"
+                   b"agent.circuit-id-type = userdefine\nagent.circuit-id-format = '%portname/%svlan'\n"
+                   b"if.eth*.trust = off\nif.eth48.trust = on\nif.eth4[0-9].policy = keep\nif.eth0.100.ignore-pkt = on\n"
+                   b"if.sw?p*.circuit-id-format = \" 'x' \"\nif.eth1.remote-id-type = ascii\n",
+    "operational-junk": b"agent.version = 1\nagent.3 = on\nif.trust = on\nif.eth/1.trust = on\nif.eth1.nosuch = 1\n"
+                        b"if.eth1.padi-rcv = 0\nif.eth1.policy = sometimes\nagent.circuit-id-format = " + b"a" * 300 +
+                        b"\nif.eth1.policy = keep\nif.eth1.policy = drop\nif." + b"*" * 70 + b".trust = on\n",
     "first-line-port": b"kind=gpon sys=1 slot=2 port=3 subport=4\n",
 }
 for name, text in CONFIGS.items():
     write("config_fuzz", name + ".conf", text)
+
+
+# ---- control_fuzz: a control request body ---------------------------------------------------
+
+CONTROLS = {
+    "get": b'{"op":"get","name":"fuzz-rate"}',
+    "set": b'{"op":"set","name":"fuzz-rate","value":500}',
+    "set-too-big": b'{"op":"set","name":"fuzz-rate","value":4294967296}',
+    "set-negative": b'{"op":"set","name":"fuzz-rate","value":-1}',
+    "set-text": b'{"op":"set","name":"fuzz-rate","value":"5"}',
+    "set-if": b'{"op":"set","name":"fuzz-rate","if":"nosuch0","value":5}',
+    "unknown": b'{"op":"nosuch"}',
+    "root": b'{"op":"root-thing"}',
+    "no-op": b'{"name":"fuzz-rate"}',
+    "array": b'[1,2,3]',
+    "deep": b'[' * 4000 + b']' * 4000,
+    "broken": b'{"op":"get",',
+    "bad-utf8": b'{"op":"\xff\xfe"}',
+}
+for name, text in CONTROLS.items():
+    write("control_fuzz", name + ".json", text)

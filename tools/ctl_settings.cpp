@@ -15,58 +15,39 @@
 
 namespace ctl {
 
-// A value of the platform's own (policing), through the control service.
-// A refusal is the reply's reason, kept in `v.why` with result
-// ZEL_ERR_UNSUPPORTED.
-int Runner::getPlatformValue(const CommandInfo& c, std::optional<uint32_t> unit, Value& v) {
-    Json req = {{"op", "get"}, {"name", c.name}};
-    if (unit) {
-        std::string name = resolver_.nameOf(*unit);
-        if (name.empty()) {
-            v.result = ZEL_ERR_NOT_FOUND;
+int Runner::getValue(const CommandInfo& c, std::optional<uint32_t> unit, Value& v) {
+    cmdp::CallReply reply;
+    if (c.owner == Owner::Platform) {
+        // The platform's own settings: through the control service.
+        Json req{{"op", "get"}, {"name", nameOf(c)}};
+        if (unit) req["if"] = resolver_.nameOf(*unit);
+        Json answer;
+        if (int rc = control(req, answer); rc != 0) return rc;
+        if (!answer.value("ok", false) || !answer.contains("value") || !answer["value"].is_number_unsigned()) {
+            v.result = cmdp::ERR_UNSUPPORTED;
+            v.text = answer.value("error", "no value");
+            v.json = nullptr;
             return 0;
         }
-        req["if"] = name;
-    }
-    Json reply;
-    if (int rc = control(req, reply); rc != 0) return rc;
-    if (!reply.value("ok", false) || !reply.contains("value") || !reply["value"].is_number_unsigned() ||
-        reply["value"].get<uint64_t>() > 0xFFFFFFFFu) {
-        v.result = ZEL_ERR_UNSUPPORTED;
-        v.why = reply.contains("error") && reply["error"].is_string() ? reply["error"].get<std::string>() : "refused";
-        return 0;
-    }
-    const uint32_t word = reply["value"].get<uint32_t>();
-    v.result = 0;
-    v.text = valueWord(c.type, word);
-    if (c.type == ValueType::NumberOrDefault && word == VALUE_DEFAULT) {
-        v.json = v.text;
-        v.raw = word;
+        reply.lenWord = answer["value"].get<uint32_t>();
     } else {
-        v.json = word;
+        cmdp::CallRequest req;
+        req.code = mapRows(unit.has_value()).get;
+        req.unit = unit.value_or(0);
+        req.cmd = c.code;
+        if (c.type == ValueType::Text) {
+            req.valueKind = cmdp::VALUE_STR;
+            req.capacity = TEXT_CAPACITY;
+            req.lenWord = TEXT_CAPACITY;
+        } else if (c.type == ValueType::Nsr) {
+            req.valueKind = cmdp::VALUE_STR;
+            req.capacity = NSR_CAPACITY;
+            req.lenWord = NSR_CAPACITY;
+        } else {
+            req.valueKind = cmdp::VALUE_U32;
+        }
+        if (int rc = exchange(req, reply); rc != 0) return rc;
     }
-    return 0;
-}
-
-int Runner::getValue(const CommandInfo& c, std::optional<uint32_t> unit, Value& v) {
-    if (c.owner == Owner::Platform) return getPlatformValue(c, unit, v);
-    cmdp::CallRequest req;
-    req.code = unit ? 6 : 1;
-    req.unit = unit.value_or(0);
-    req.cmd = c.code;
-    if (c.type == ValueType::Text) {
-        req.valueKind = cmdp::VALUE_STR;
-        req.capacity = TEXT_CAPACITY;
-        req.lenWord = TEXT_CAPACITY;
-    } else if (c.type == ValueType::Nsr) {
-        req.valueKind = cmdp::VALUE_STR;
-        req.capacity = NSR_CAPACITY;
-        req.lenWord = NSR_CAPACITY;
-    } else {
-        req.valueKind = cmdp::VALUE_U32;
-    }
-    cmdp::CallReply reply;
-    if (int rc = exchange(req, reply); rc != 0) return rc;
     v.result = reply.result;
     if (reply.result != 0) return 0;
     switch (c.type) {
@@ -96,6 +77,16 @@ int Runner::getValue(const CommandInfo& c, std::optional<uint32_t> unit, Value& 
             v.text = std::to_string(reply.lenWord);
             v.json = reply.lenWord;
             break;
+        case ValueType::NumberOrDefault:
+            // A number, or the word default (with the number held as raw).
+            v.text = valueWord(c.type, reply.lenWord);
+            if (reply.lenWord == VALUE_DEFAULT) {
+                v.json = v.text;
+                v.raw = reply.lenWord;
+            } else {
+                v.json = reply.lenWord;
+            }
+            break;
         case ValueType::Debug: {
             v.text = valueWord(c.type, reply.lenWord);
             std::string words = v.text.substr(v.text.find('(') + 1);
@@ -118,7 +109,6 @@ int Runner::showOne(const CommandInfo& c, std::optional<uint32_t> unit, Json fie
     if (int rc = getValue(c, unit, v); rc != 0) return rc;
     fields["name"] = nameOf(c);
     fields["code"] = c.code;
-    if (!v.why.empty()) return controlRefused({{"error", v.why}}, fields);
     if (v.result != 0) return answered(v.result, ResultSource::Daemon, "", fields);
     if (json_) printJson(withValue(okWith(true, fields), v));
     else out_ << nameOf(c) << ": " << v.text << "\n";
@@ -142,9 +132,8 @@ int Runner::cmdGet(const std::vector<std::string>& a) {
         if (int rc = getValue(c, std::nullopt, v); rc != 0) return rc;
         if (v.result != 0) {
             anyError = true;
-            const std::string why = v.why.empty() ? resultText(v.result) : v.why;
-            rows.emplace_back(c.name, why);
-            errors[c.name] = why;
+            rows.emplace_back(c.name, resultText(v.result));
+            errors[c.name] = resultText(v.result);
             continue;
         }
         rows.emplace_back(c.name, v.text);
@@ -171,7 +160,7 @@ int Runner::doSet(const CommandInfo& c, std::optional<uint32_t> unit, const std:
     const std::string verb = sync ? "sync" : "set";
     what_ = (unit ? "if " + label + " " : std::string()) + verb + " " + nameOf(c);
     cmdp::CallRequest req;
-    req.code = unit ? (sync ? 8 : 7) : (sync ? 3 : 2);
+    req.code = sync ? (unit ? PPPOEPLUS_FUNC_IF_SYNC : PPPOEPLUS_FUNC_SCALAR_SYNC) : mapRows(unit.has_value()).set;
     req.unit = unit.value_or(0);
     req.cmd = c.code;
     std::string shown;
@@ -198,7 +187,21 @@ int Runner::doSet(const CommandInfo& c, std::optional<uint32_t> unit, const std:
         }
         ParsedWord w = parseValue(c.type, valueArgs.empty() ? std::string() : valueArgs[0]);
         if (!w.ok) return usage({nameOf(c) + ": " + w.error, unit ? "if" : verb});
-        if (c.owner == Owner::Platform) return setPlatformValue(c, unit, label, w.value, sync);
+        if (c.owner == Owner::Platform) {
+            if (sync) return usage({nameOf(c) + " is a setting of the platform: set it, there is no sync", verb});
+            Json req{{"op", "set"}, {"name", nameOf(c)}, {"value", w.value}};
+            if (unit) req["if"] = resolver_.nameOf(*unit);
+            Json answer;
+            if (int rc = control(req, answer); rc != 0) return rc;
+            Json j = unit ? ifScope(*unit) : Json{{"scope", "global"}};
+            j["action"] = verb;
+            j["name"] = nameOf(c);
+            j["value"] = valueWord(c.type, w.value);
+            if (!answer.value("ok", false)) return controlRefused(answer, j);
+            if (json_) printJson(okWith(true, j));
+            else out_ << (unit ? label + ": " : std::string()) << nameOf(c) << " set to " << valueWord(c.type, w.value) << "\n";
+            return EXIT_OK;
+        }
         req.valueKind = cmdp::VALUE_U32;
         req.lenWord = w.value;
         raw = w.value;
@@ -221,30 +224,6 @@ int Runner::doSet(const CommandInfo& c, std::optional<uint32_t> unit, const std:
         out_ << (unit ? label + ": " : std::string()) << nameOf(c) << (sync ? " synced to " : " set to ") << shown
              << "\n";
     }
-    return EXIT_OK;
-}
-
-// Sets a value of the platform's own through the control service; a sync
-// is a set there (the platform has no standby to tell apart).
-int Runner::setPlatformValue(const CommandInfo& c, std::optional<uint32_t> unit, const std::string& label,
-                             uint32_t word, bool sync) {
-    Json req = {{"op", "set"}, {"name", c.name}, {"value", word}};
-    Json j = unit ? ifScope(*unit) : Json{{"scope", "global"}};
-    j["action"] = sync ? "sync" : "set";
-    j["name"] = nameOf(c);
-    j["code"] = c.code;
-    j["value"] = valueWord(c.type, word);
-    if (unit) {
-        std::string name = resolver_.nameOf(*unit);
-        if (name.empty()) return answered(ZEL_ERR_NOT_FOUND, ResultSource::Daemon, "", j);
-        req["if"] = name;
-    }
-    Json reply;
-    if (int rc = control(req, reply); rc != 0) return rc;
-    if (!reply.value("ok", false)) return controlRefused(reply, j);
-    if (json_) printJson(okWith(true, j));
-    else out_ << (unit ? label + ": " : std::string()) << nameOf(c) << (sync ? " synced to " : " set to ")
-              << valueWord(c.type, word) << "\n";
     return EXIT_OK;
 }
 

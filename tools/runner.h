@@ -82,12 +82,7 @@ class Runner {
         std::string text;  // for people
         Json json;         // the value for scripts
         Json raw;          // the number held, null when the value is that number or text
-        std::string why;   // a platform setting's refusal, from the control service
     };
-    // The platform's own settings (Owner::Platform), through the control service.
-    int getPlatformValue(const CommandInfo& c, std::optional<uint32_t> unit, Value& v);
-    int setPlatformValue(const CommandInfo& c, std::optional<uint32_t> unit, const std::string& label, uint32_t word,
-                         bool sync);
     // if IF recover: ends an interface's error-disable.
     int cmdIfRecover(uint32_t unit, const std::string& label);
     // `o` with the value's members: "value", and "raw" when there is one.

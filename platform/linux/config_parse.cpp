@@ -223,9 +223,16 @@ std::string opParse(const std::string& key, std::string_view value, OpSetting& o
 }  // namespace
 
 size_t configPatternRank(const std::string& pattern) {
+    // Characters of a bracket expression ([0-9]) are part of its wildcard.
     size_t literal = 0;
     bool wild = false;
+    bool inClass = false;
     for (char c : pattern) {
+        if (inClass) {
+            inClass = c != ']';
+            continue;
+        }
+        if (c == '[') inClass = true;
         if (isWildcard(c)) wild = true;
         else literal++;
     }

@@ -103,7 +103,8 @@ void markDaemonProcess() {
         // that cannot be managed: it does not start.
         for (const std::string& path : {cmdp::runtimePath(cmdp::CMD_SOCKET),
                                         cmdp::runtimePath(cmdp::shellSocketPath("pppoeplus")),
-                                        cmdp::runtimePath(cmdp::EVENT_SOCKET)}) {
+                                        cmdp::runtimePath(cmdp::EVENT_SOCKET),
+                                        cmdp::runtimePath(cmdp::CONTROL_SOCKET)}) {
             std::string problem = runtimePathProblem(path);
             if (!problem.empty()) platformFailClosed(problem);
         }

@@ -71,12 +71,13 @@ expect_lacks() {
 
 # Commands and options.
 expect 'pppoeplusctl se' 'set'
-expect 'pppoeplusctl ' 'event get help if metrics set shell sync'
+expect 'pppoeplusctl ' 'config event get help if metrics set shell sync'
 expect 'pppoeplusctl --js' '--json'
 expect_has 'pppoeplusctl -' --json --root --socket --shell-socket --event-socket --timeout --help --version
 expect 'pppoeplusctl --json s' 'set shell sync'
 expect 'pppoeplusctl --timeout 5 --root /tmp g' 'get'
-expect 'pppoeplusctl help ' 'event get if metrics names results set shell sync'
+expect 'pppoeplusctl help ' 'config event get if metrics names results set shell sync'
+expect 'pppoeplusctl config ' 'check reload save show'
 
 # Global names and their values.
 expect 'pppoeplusctl set pol' 'police-burst police-rate policy'

@@ -223,3 +223,156 @@ TEST(ConfigExample, ReadsWithoutComplaintAndNamesEveryKey) {
 }
 
 }  // namespace
+
+// ---- operational lines ------------------------------------------------------------
+
+namespace {
+
+using linuxplat::configOpFor;
+using linuxplat::configOpValueText;
+using linuxplat::configPatternRank;
+using linuxplat::OpSetting;
+
+const OpSetting* opAt(const linuxplat::ConfigData& c, size_t line) {
+    for (const OpSetting& op : c.ops)
+        if (op.line == line) return &op;
+    return nullptr;
+}
+
+vocab::CommandInfo ifSetting(const char* name) { return *vocab::findIf(name); }
+
+}  // namespace
+
+TEST(ConfigOpLines, GoodLinesGiveTheSettingAndTheValueWord) {
+    struct Row {
+        const char* line;
+        bool perIf;
+        const char* pattern;
+        const char* setting;
+        uint32_t word;
+        const char* text;
+    };
+    const Row rows[] = {
+        {"agent.enable = on", false, "", "enable", 1, ""},
+        {"agent.policy = replace", false, "", "policy", 3, ""},
+        {"agent.debug = 0x5", false, "", "debug", 5, ""},
+        {"agent.vendor-id = 3561", false, "", "vendor-id", 3561, ""},
+        {"agent.circuitIdFormatType = userdefine", false, "", "circuit-id-type", 1, ""},
+        {"agent.circuit-id-format = '%portname'", false, "", "circuit-id-format", 0, "'%portname'"},
+        {"if.eth1.trust = on", true, "eth1", "trust", 1, ""},
+        {"if.eth1.trust = off", true, "eth1", "trust", 2, ""},
+        {"if.eth0.100.policy = keep", true, "eth0.100", "policy", 1, ""},
+        {"if.eth*.circuit-id-format = \" 'a' \"", true, "eth*", "circuit-id-format", 0, " 'a' "},
+        {"if.sw[0-9]p?.ignore-pkt = on", true, "sw[0-9]p?", "ignore-pkt", 1, ""},
+        {"if.eth2.remote-id-type = ascii", true, "eth2", "remote-id-type", 2, ""},
+    };
+    for (const Row& r : rows) {
+        auto c = configParse(r.line, "f.conf");
+        ASSERT_TRUE(c.messages.empty()) << r.line << ": " << c.messages[0];
+        ASSERT_EQ(1u, c.ops.size()) << r.line;
+        const OpSetting& op = c.ops[0];
+        EXPECT_EQ(r.perIf, op.perInterface) << r.line;
+        EXPECT_EQ(r.pattern, op.pattern) << r.line;
+        EXPECT_STREQ(r.setting, op.setting.name) << r.line;
+        EXPECT_EQ(r.word, op.word) << r.line;
+        EXPECT_EQ(r.text, op.text) << r.line;
+        EXPECT_EQ(1u, op.line);
+    }
+}
+
+TEST(ConfigOpLines, BadLinesAreErrorsWithTheirLineAndAreLeftOut) {
+    struct Row {
+        const char* line;
+        const char* says;
+    };
+    const Row rows[] = {
+        {"agent.no-such = 1", "no global setting 'no-such'"},
+        {"if.eth1.no-such = 1", "no interface setting 'no-such'"},
+        {"agent.version = 2", "version is no setting that can be written"},
+        {"if.eth1.padi-rcv = 0", "padi-rcv is no setting that can be written"},
+        {"if.eth1.stat-clear = 1", "stat-clear is no setting that can be written"},
+        {"agent.3 = on", "no global setting '3'"},
+        {"if.eth1.trust = maybe", "trust: "},
+        {"agent.policy = sometimes", "policy: "},
+        {"if.trust = on", "expected if.IFNAME.SETTING"},
+        {"if.eth/1.trust = on", "is no interface name or pattern"},
+        {"if.eth\"1.trust = on", "is no interface name or pattern"},
+        {"agent.vendor-id = 99999999999", "vendor-id: "},
+    };
+    for (const Row& r : rows) {
+        auto c = configParse(std::string("# one\n") + r.line + "\n", "f.conf");
+        ASSERT_EQ(1u, c.errors.size()) << r.line;
+        EXPECT_EQ(0u, c.ops.size()) << r.line;
+        EXPECT_NE(std::string::npos, c.errors[0].find("f.conf:2: ")) << c.errors[0];
+        EXPECT_NE(std::string::npos, c.errors[0].find(r.says)) << r.line << " -> " << c.errors[0];
+    }
+}
+
+TEST(ConfigOpLines, AFormatOfMoreThan255BytesIsRefused) {
+    auto ok = configParse("agent.circuit-id-format = " + std::string(255, 'a'), "f.conf");
+    EXPECT_TRUE(ok.errors.empty());
+    EXPECT_EQ(1u, ok.ops.size());
+    auto bad = configParse("agent.circuit-id-format = " + std::string(256, 'a'), "f.conf");
+    ASSERT_EQ(1u, bad.errors.size());
+    EXPECT_NE(std::string::npos, bad.errors[0].find("256 bytes, at most 255"));
+    EXPECT_TRUE(bad.ops.empty());
+}
+
+TEST(ConfigOpLines, AKeyGivenAgainKeepsTheLaterLineWithAWarning) {
+    auto c = configParse("if.eth1.policy = keep\nif.eth1.policy = drop\nif.eth*.policy = keep\n", "f.conf");
+    EXPECT_TRUE(c.errors.empty());
+    ASSERT_EQ(1u, c.messages.size());
+    EXPECT_NE(std::string::npos, c.messages[0].find("f.conf:2: 'if.eth1.policy' given again (line 1)"));
+    ASSERT_EQ(2u, c.ops.size());
+    EXPECT_EQ(2u, opAt(c, 2)->word);
+}
+
+TEST(ConfigOpLines, TheMostSpecificLineDecides) {
+    auto c = configParse(
+        "if.*.policy = drop\n"          // 1
+        "if.eth4[0-9].policy = keep\n"  // 2
+        "if.eth*.policy = replace\n"    // 3
+        "if.eth48.policy = default\n"   // 4
+        "if.e*.policy = keep\n"         // 5
+        "if.eth4?.trust = on\n"         // 6
+        "if.eth4*.trust = off\n",       // 7: as specific as line 6, and later
+        "f.conf");
+    ASSERT_TRUE(c.errors.empty());
+    auto lineFor = [&](const char* setting, const char* ifName) -> size_t {
+        const OpSetting* op = configOpFor(c.ops, true, ifSetting(setting), ifName);
+        return op == nullptr ? 0 : op->line;
+    };
+    EXPECT_EQ(4u, lineFor("policy", "eth48"));  // a plain name beats every pattern
+    EXPECT_EQ(2u, lineFor("policy", "eth47"));  // "eth4" and a class: 4 literal characters
+    EXPECT_EQ(3u, lineFor("policy", "eth1"));   // "eth" beats "e"
+    EXPECT_EQ(5u, lineFor("policy", "em1"));
+    EXPECT_EQ(1u, lineFor("policy", "wan0"));
+    EXPECT_EQ(7u, lineFor("trust", "eth47"));   // equal rank: the later line
+    EXPECT_EQ(0u, lineFor("trust", "wan0"));
+    EXPECT_GT(configPatternRank("eth1"), configPatternRank("eth1*"));
+    EXPECT_EQ(nullptr, configOpFor(c.ops, false, *vocab::findScalar("policy"), ""));
+}
+
+TEST(ConfigOpLines, ValuesAreWrittenSoThatTheyReadBack) {
+    const char* lines[] = {
+        "agent.enable = on", "agent.enable = off", "agent.policy = keep", "agent.debug = 0xf",
+        "agent.vendor-id = 0", "if.e1.circuit-id-type = userdefine", "if.e1.remote-id-type = ascii",
+        "if.e1.circuit-id-format = '%portname/%svlan'", "if.e1.circuit-id-format = \" lead\"",
+        "if.e1.circuit-id-format = \"\"x\"\"", "if.e1.ignore-pkt = on",
+    };
+    for (const char* line : lines) {
+        auto first = configParse(line, "f.conf");
+        ASSERT_EQ(1u, first.ops.size()) << line;
+        const OpSetting& op = first.ops[0];
+        std::string key = op.perInterface ? "if." + op.pattern + "." + op.setting.name : std::string("agent.") + op.setting.name;
+        auto again = configParse(key + " = " + configOpValueText(op.setting, op.word, op.text), "g.conf");
+        ASSERT_EQ(1u, again.ops.size()) << line << " -> " << configOpValueText(op.setting, op.word, op.text);
+        EXPECT_EQ(op.word, again.ops[0].word) << line;
+        EXPECT_EQ(op.text, again.ops[0].text) << line;
+    }
+}
+
+TEST(ConfigOpLines, ABracketExpressionCountsAsOneWildcard) {
+    EXPECT_EQ(configPatternRank("eth4[0-9]"), configPatternRank("eth4*"));
+    EXPECT_LT(configPatternRank("eth[0-9][0-9]"), configPatternRank("eth4*"));
+}

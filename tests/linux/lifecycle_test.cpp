@@ -240,7 +240,8 @@ TEST_P(SquattedPathTest, EndsTheStartWithAClearMessage) {
     if (haveNft()) {
         EXPECT_EQ("", ns_->out("nft list ruleset"));
     }
-    for (const std::string& p : {cmdSocket(), shellSocket(), eventSocket(), pidFile()}) {
+    for (const std::string& p : {cmdSocket(), shellSocket(), eventSocket(), dir_.path() + "/pppoeplusControl.socket",
+                                 pidFile()}) {
         if (p != path) {
             EXPECT_EQ(0u, inodeOf(p)) << p;
         }
@@ -251,7 +252,8 @@ INSTANTIATE_TEST_SUITE_P(Paths, SquattedPathTest,
                          ::testing::Values(Squatter{"pppoeplusNm.socket", "echo squat > \"$P\"", "a regular file"},
                                            Squatter{"pppoeplusShell.socket", "mkdir \"$P\"", "a directory"},
                                            Squatter{"zelRouteEvent.socket", "ln -s /dev/null \"$P\"",
-                                                    "a symbolic link"}),
+                                                    "a symbolic link"},
+                                           Squatter{"pppoeplusControl.socket", "mkfifo \"$P\"", "a named pipe"}),
                          [](const ::testing::TestParamInfo<Squatter>& info) {
                              std::string n = info.param.socket;
                              return n.substr(0, n.find('.'));

@@ -5,14 +5,14 @@
 # functions and events, and interface names (/sys/class/net).
 #
 # The vocabulary is not written down here: it is read from the tool's own
-# help (pppoeplusctl --help, help names, help if, help shell, help event) the
+# help (pppoeplusctl --help, help names, help if, help shell, help event, help config) the
 # first time it is needed, and kept for the shell session, per tool, so that
 # the completion always offers what the installed tool takes.
 
 # Reads the tool's help and prints its vocabulary, one item a line:
 #   cmd WORD | opt WORD [ARG] | topic WORD | gname NAME ACCESS |
 #   iname NAME ACCESS | gval NAME WORD... | ival NAME WORD... |
-#   ifword WORD | ifsub WORD | func NAME [ARG...] | event NAME [ARG...]
+#   ifword WORD | ifsub WORD | func NAME [ARG...] | event NAME [ARG...] | config NAME [ARG...]
 # ACCESS is get, set or getset.
 _pppoeplusctl_parse()
 {
@@ -23,6 +23,7 @@ _pppoeplusctl_parse()
         echo '@@if';    LC_ALL=C "$tool" help if 2>/dev/null
         echo '@@shell'; LC_ALL=C "$tool" help shell 2>/dev/null
         echo '@@event'; LC_ALL=C "$tool" help event 2>/dev/null
+        echo '@@config'; LC_ALL=C "$tool" help config 2>/dev/null
     } | awk '
         function flushvalues(   text, n, i, w, words, out) {
             if (vname == "") return
@@ -102,6 +103,13 @@ _pppoeplusctl_parse()
             next
         }
 
+        sect == "config" && usage && /pppoeplusctl/ {
+            for (i = 1; i < NF; i++) if ($i == "config") break
+            line = "config " $(i + 1)
+            for (j = i + 2; j <= NF; j++) line = line " " $j
+            print line
+            next
+        }
         sect == "event" && usage && /pppoeplusctl/ {
             for (i = 1; i < NF; i++) if ($i == "event") break
             line = "event " $(i + 1)
@@ -125,6 +133,7 @@ _pppoeplusctl_load()
     _pppoeplusctl_commands= _pppoeplusctl_options= _pppoeplusctl_topics=
     _pppoeplusctl_gget= _pppoeplusctl_gset= _pppoeplusctl_iget= _pppoeplusctl_iset=
     _pppoeplusctl_ifwords= _pppoeplusctl_ifsubs= _pppoeplusctl_funcs= _pppoeplusctl_events=
+    _pppoeplusctl_configs=
     unset _pppoeplusctl_optarg _pppoeplusctl_values _pppoeplusctl_args
     declare -gA _pppoeplusctl_optarg=() _pppoeplusctl_values=() _pppoeplusctl_args=()
     local kind name rest
@@ -143,6 +152,7 @@ _pppoeplusctl_load()
             ifsub) _pppoeplusctl_ifsubs+=" $name" ;;
             func) _pppoeplusctl_funcs+=" $name"; _pppoeplusctl_args[f:$name]=$rest ;;
             event) _pppoeplusctl_events+=" $name"; _pppoeplusctl_args[e:$name]=$rest ;;
+            config) _pppoeplusctl_configs+=" $name"; _pppoeplusctl_args[c:$name]=$rest ;;
         esac
     done < <(_pppoeplusctl_parse "$tool")
     [[ -n $_pppoeplusctl_commands ]] || return 1
@@ -245,6 +255,12 @@ _pppoeplusctl()
         shell)
             if ((n == 1)); then words=$_pppoeplusctl_funcs
             else _pppoeplusctl_arg "${_pppoeplusctl_args[f:${args[1]}]-}" $((n - 2)) "$cur"; return 0
+            fi ;;
+        config)
+            if ((n == 1)); then words=$_pppoeplusctl_configs
+            elif ((n == 2)) && [[ ${_pppoeplusctl_args[c:${args[1]}]-} == *FILE* ]]; then
+                COMPREPLY=($(compgen -f -- "$cur"))
+                return 0
             fi ;;
         event)
             if ((n == 1)); then words=$_pppoeplusctl_events

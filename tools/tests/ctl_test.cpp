@@ -3,6 +3,8 @@
 // request and answers as a test tells it.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +12,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <map>
 #include <set>
@@ -19,6 +23,8 @@
 #include "platform/types.h"
 #include "generated/pppoeplus_version.h"
 #include "tools/ctl.h"
+
+#include <nlohmann/json.hpp>
 #include "platform/number.h"
 
 namespace {
@@ -36,9 +42,8 @@ struct FakeDaemon {
     std::function<void(const cmdp::ShellRequest&, cmdp::ShellReply&)> onShell;
     std::vector<cmdp::EventRequest> events;
     std::function<void(const cmdp::EventRequest&, cmdp::EventReply&)> onEvent;
-    // Control requests (JSON text); without a handler there is no control service.
-    std::vector<nlohmann::json> controls;
-    std::function<nlohmann::json(const nlohmann::json&)> onControl;
+    std::vector<std::string> controls;  // control requests' texts
+    std::function<std::string(const std::string&)> onControl;  // the reply's text
     int32_t transportResult = 0;  // non-zero: every exchange fails with it
     std::string transportError;
     std::vector<ctl::Endpoints> endpoints;  // one per transport made
@@ -61,16 +66,16 @@ class FakeTransport : public ctl::Transport {
         fresh.delivered = 1;
         return answer(d_.events, d_.onEvent, req, reply, error, fresh);
     }
-
     int32_t control(const std::string& req, std::string& reply, std::string& error) override {
-        d_.controls.push_back(nlohmann::json::parse(req));
-        if (!d_.onControl) {
-            error = "no control service";
-            return -1;
+        d_.controls.push_back(req);
+        if (d_.transportResult != 0) {
+            error = d_.transportError;
+            return d_.transportResult;
         }
-        reply = d_.onControl(d_.controls.back()).dump();
+        reply = d_.onControl ? d_.onControl(req) : std::string("{\"ok\":true}");
         return 0;
     }
+
 
   private:
     // Records the request; fails it as the daemon says, or answers `fresh`
@@ -103,6 +108,11 @@ class FakeResolver : public ctl::Resolver {
         return "";
     }
 };
+
+// A control service answering JSON objects.
+std::function<std::string(const std::string&)> jsonControl(std::function<nlohmann::json(const nlohmann::json&)> f) {
+    return [f](const std::string& req) { return f(nlohmann::json::parse(req)).dump(); };
+}
 
 struct Outcome {
     int status = -1;
@@ -455,9 +465,9 @@ TEST_F(CtlTest, GetWithoutANameReadsEveryGlobalValue) {
             r.lenWord = q.cmd == PPPOEPLUS_SCALAR_VENDORID ? 3561 : 1;
         }
     };
-    daemon_.onControl = [](const nlohmann::json& q) {
+    daemon_.onControl = jsonControl([](const nlohmann::json& q) {
         return nlohmann::json{{"ok", true}, {"value", q["name"] == "police-rate" ? 100 : 7}};
-    };
+    });
     Outcome r = run({"get"});
     EXPECT_EQ(0, r.status) << r.err;
     EXPECT_EQ(18u, daemon_.calls.size());
@@ -680,16 +690,20 @@ TEST_F(CtlTest, AGetOfAllReadsEverySettingAndCounter) {
             r.lenWord = q.cmd == PPPOEPLUS_IF_ENABLE ? 1 : 0;
         }
     };
-    daemon_.onControl = [](const nlohmann::json& q) {
+    daemon_.onControl = jsonControl([](const nlohmann::json& q) {
         EXPECT_EQ("p1", q["if"]);
         return nlohmann::json{{"ok", true}, {"value", q["name"] == "police-rate" ? 4294967295u : 50u}};
-    };
+    });
     Outcome r = run({"if", "p1"});
     EXPECT_EQ(0, r.status) << r.err;
     EXPECT_EQ(16u, daemon_.calls.size());
     EXPECT_EQ(2u, daemon_.controls.size());
     EXPECT_TRUE(has(r.out, "  police-rate:        default\n")) << r.out;
     EXPECT_TRUE(has(r.out, "  police-burst:       50\n")) << r.out;
+    Outcome g = run({"--json", "if", "p1", "get", "police-rate"});
+    EXPECT_TRUE(has(g.out, "\"value\":\"default\",\"raw\":4294967295")) << g.out;
+    g = run({"--json", "if", "p1", "get", "police-burst"});
+    EXPECT_TRUE(has(g.out, "\"value\":50}")) << g.out;
     EXPECT_TRUE(has(r.out, "p1 (unit 5)\n  trust:              unset\n  enable:             on\n")) << r.out;
     EXPECT_TRUE(has(r.out, "  remote-id-format:   '%C'\n")) << r.out;
     EXPECT_TRUE(has(r.out, "  total-send:         0\n")) << r.out;
@@ -732,7 +746,7 @@ TEST_F(CtlTest, TheListWalksTheTableInUnitOrder) {
     };
     Outcome r = run({"if", "list"});
     EXPECT_EQ(0, r.status) << r.err;
-    // Without policing (no control service here) its columns show '-'.
+    // Without policing (the control service says nothing of it) its columns show '-'.
     EXPECT_EQ("UNIT  NAME  ENABLE  TRUST  POLICY   IGNORE  ERR-RCV  ERR-SEND  PADI  PADR  PADO  PADS  PADT  SENT  "
               "POLICED  STATE\n"
               "   5  p1    on      off    default  unset         0         0     3     0     0     0     0     0        "
@@ -758,7 +772,7 @@ TEST_F(CtlTest, TheListShowsEachPortsPolicingFromOneRequest) {
         if (walkUnitsFiveAndTwelve(q, r)) return;
         r.lenWord = q.cmd == PPPOEPLUS_IF_ENABLE ? 1 : 0;
     };
-    daemon_.onControl = [](const nlohmann::json& q) {
+    daemon_.onControl = jsonControl([](const nlohmann::json& q) {
         EXPECT_EQ("police-status", q["op"]);
         return nlohmann::json{
             {"ok", true},
@@ -766,7 +780,7 @@ TEST_F(CtlTest, TheListShowsEachPortsPolicingFromOneRequest) {
             {"interfaces",
              {{"p1", {{"ifindex", 5}, {"passed", 1100}, {"dropped", 1158843}, {"state", "err-disabled"}, {"hold-left", 42}}},
               {"other", {{"ifindex", 99}, {"passed", 1}, {"dropped", 0}, {"state", "served"}}}}}};
-    };
+    });
     Outcome r = run({"if", "list"});
     EXPECT_EQ(0, r.status) << r.err;
     ASSERT_EQ(1u, daemon_.controls.size());
@@ -779,19 +793,19 @@ TEST_F(CtlTest, TheListShowsEachPortsPolicingFromOneRequest) {
         << r.out;
     EXPECT_TRUE(has(r.out, "\"police\":{\"dropped\":0,\"passed\":0,\"state\":\"served\"}")) << r.out;
     // Policing unavailable: '-', and null in JSON.
-    daemon_.onControl = [](const nlohmann::json&) {
+    daemon_.onControl = jsonControl([](const nlohmann::json&) {
         return nlohmann::json{{"ok", true}, {"available", false}, {"interfaces", nlohmann::json::object()}};
-    };
+    });
     r = run({"--json", "if", "list"});
     EXPECT_TRUE(has(r.out, "\"police\":null")) << r.out;
 }
 
 TEST_F(CtlTest, PlatformSettingsAndRecoverGoToTheControlService) {
-    daemon_.onControl = [](const nlohmann::json& q) {
+    daemon_.onControl = jsonControl([](const nlohmann::json& q) {
         if (q["op"] == "set" && q["value"] == 2000000) return nlohmann::json{{"ok", false}, {"error", "the rate is 0 (off) to 1000000 frames a second"}};
         if (q["op"] == "police-recover") return nlohmann::json{{"ok", false}, {"error", "eth3: the interface is not error-disabled"}};
         return nlohmann::json{{"ok", true}};
-    };
+    });
     Outcome r = run({"set", "police-rate", "200"});
     EXPECT_EQ(0, r.status) << r.err;
     EXPECT_EQ("police-rate set to 200\n", r.out);
@@ -807,12 +821,12 @@ TEST_F(CtlTest, PlatformSettingsAndRecoverGoToTheControlService) {
     EXPECT_EQ(ctl::EXIT_RESULT, r.status);
     EXPECT_TRUE(has(r.err, "not error-disabled")) << r.err;
     ASSERT_EQ(4u, daemon_.controls.size());
-    EXPECT_EQ((nlohmann::json{{"op", "set"}, {"name", "police-rate"}, {"value", 200}}), daemon_.controls[0]);
+    EXPECT_EQ((nlohmann::json{{"op", "set"}, {"name", "police-rate"}, {"value", 200}}), nlohmann::json::parse(daemon_.controls[0]));
     EXPECT_EQ((nlohmann::json{{"op", "set"}, {"name", "police-burst"}, {"value", 4294967295u}, {"if", "eth3"}}),
-              daemon_.controls[1]);
-    EXPECT_EQ((nlohmann::json{{"op", "police-recover"}, {"if", "eth3"}}), daemon_.controls[3]);
+              nlohmann::json::parse(daemon_.controls[1]));
+    EXPECT_EQ((nlohmann::json{{"op", "police-recover"}, {"if", "eth3"}}), nlohmann::json::parse(daemon_.controls[3]));
     EXPECT_TRUE(daemon_.calls.empty());
-    daemon_.onControl = [](const nlohmann::json&) { return nlohmann::json{{"ok", true}}; };
+    daemon_.onControl = jsonControl([](const nlohmann::json&) { return nlohmann::json{{"ok", true}}; });
     r = run({"--json", "if", "eth3", "recover"});
     EXPECT_EQ(0, r.status) << r.err;
     EXPECT_TRUE(has(r.out, "\"ok\":true")) << r.out;
@@ -1087,3 +1101,127 @@ TEST_F(CtlTest, EventsResetAPortOrProtocols) {
 }
 
 }  // namespace
+
+// ---- config ----------------------------------------------------------------------------------
+
+std::string readAll(const std::string& path) {
+    std::ifstream f(path);
+    std::stringstream ss;
+    ss << f.rdbuf();
+    return ss.str();
+}
+
+TEST(CtlConfigMerge, OtherLinesStayWhereTheyAreAndTheSettingsFormOneBlockAtTheEnd) {
+    const std::string old =
+        "# my agent\n"
+        "pppoeplus.defaultenable = true\n"
+        "if.eth1.trust = on\n"
+        "# uplinks\n"
+        "  agent.policy = keep\n"
+        "platform.exclude = eth0\n"
+        "\n"
+        "port.eth2 = kind=eth port=2\n";
+    const std::string op = "# Operational settings, as the daemon runs them\nagent.policy = drop\nif.eth9.trust = on\n";
+    const std::string once = ctl::configMerge(old, op);
+    EXPECT_EQ(
+        "# my agent\n"
+        "pppoeplus.defaultenable = true\n"
+        "# uplinks\n"
+        "platform.exclude = eth0\n"
+        "\n"
+        "port.eth2 = kind=eth port=2\n"
+        "\n" +
+            std::string(ctl::CONFIG_SAVE_MARKER) +
+            "\n"
+            "agent.policy = drop\n"
+            "if.eth9.trust = on\n",
+        once);
+    // Saved again: the block is replaced, not repeated.
+    EXPECT_EQ(once, ctl::configMerge(once, op));
+    // An empty file: the block alone.
+    EXPECT_EQ(std::string(ctl::CONFIG_SAVE_MARKER) + "\nagent.policy = drop\nif.eth9.trust = on\n",
+              ctl::configMerge("", op));
+}
+
+TEST_F(CtlTest, ConfigCheckPrintsEveryBadLineAndExitsOne) {
+    char path[] = "/tmp/ctl-check-XXXXXX";
+    int fd = ::mkstemp(path);
+    ASSERT_GE(fd, 0);
+    const std::string text = "agent.policy = keep\nif.eth1.trust = sideways\nif.eth1.nosuch = 1\n";
+    ASSERT_EQ(static_cast<ssize_t>(text.size()), ::write(fd, text.data(), text.size()));
+    ::close(fd);
+    Outcome r = run({"config", "check", path});
+    EXPECT_EQ(1, r.status);
+    EXPECT_TRUE(has(r.out, std::string(path) + ":2: if.eth1.trust: trust: ")) << r.out;
+    EXPECT_TRUE(has(r.out, std::string(path) + ":3: if.eth1.nosuch: no interface setting 'nosuch'")) << r.out;
+    EXPECT_TRUE(daemon_.controls.empty());
+
+    const std::string good = "agent.policy = keep\nif.eth*.trust = off\n";
+    fd = ::open(path, O_WRONLY | O_TRUNC);
+    ASSERT_EQ(static_cast<ssize_t>(good.size()), ::write(fd, good.data(), good.size()));
+    ::close(fd);
+    r = run({"config", "check", path});
+    EXPECT_EQ(0, r.status) << r.out;
+    EXPECT_TRUE(has(r.out, "no errors"));
+    ::unlink(path);
+}
+
+TEST_F(CtlTest, ConfigReloadPrintsTheDaemonsErrorsAndExitsOne) {
+    daemon_.onControl = [](const std::string&) {
+        return std::string(R"({"ok":false,"file":"/etc/p.conf","errors":["/etc/p.conf:4: if.eth1.trust: trust: on or off"],)"
+                           R"("changed":[],"restart":[]})");
+    };
+    Outcome r = run({"config", "reload"});
+    EXPECT_EQ(1, r.status);
+    EXPECT_TRUE(has(r.err, "/etc/p.conf:4: if.eth1.trust: trust: on or off")) << r.err;
+    EXPECT_TRUE(has(r.err, "nothing changed"));
+    ASSERT_EQ(1u, daemon_.controls.size());
+    EXPECT_EQ(R"({"op":"config-reload"})", daemon_.controls[0]);
+
+    daemon_.onControl = [](const std::string&) {
+        return std::string(R"({"ok":true,"file":"/etc/p.conf","errors":[],"changed":["if.eth1.policy = keep"],)"
+                           R"("restart":["pppoeplus.maxifnum"]})");
+    };
+    r = run({"config", "reload"});
+    EXPECT_EQ(0, r.status);
+    EXPECT_TRUE(has(r.out, "changed: if.eth1.policy = keep"));
+    EXPECT_TRUE(has(r.out, "needs a restart: pppoeplus.maxifnum"));
+}
+
+TEST_F(CtlTest, ConfigShowPrintsTheDaemonsTextAndSaveWritesItWithABackup) {
+    char dir[] = "/tmp/ctl-save-XXXXXX";
+    ASSERT_NE(nullptr, ::mkdtemp(dir));
+    const std::string file = std::string(dir) + "/p.conf";
+    {
+        int fd = ::open(file.c_str(), O_WRONLY | O_CREAT, 0640);
+        const std::string old = "# mine\npppoeplus.defaultenable = true\nif.eth1.trust = off\n";
+        ASSERT_EQ(static_cast<ssize_t>(old.size()), ::write(fd, old.data(), old.size()));
+        ::close(fd);
+    }
+    daemon_.onControl = [&file](const std::string&) {
+        nlohmann::json j = {{"ok", true},
+                            {"file", file},
+                            {"text", "pppoeplus.defaultenable = true\n\nif.eth1.trust = on\n"},
+                            {"operational", "if.eth1.trust = on\n"}};
+        return j.dump();
+    };
+    Outcome r = run({"config", "show"});
+    EXPECT_EQ(0, r.status);
+    EXPECT_EQ("pppoeplus.defaultenable = true\n\nif.eth1.trust = on\n", r.out);
+
+    r = run({"config", "save"});
+    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_EQ("# mine\npppoeplus.defaultenable = true\n\n" + std::string(ctl::CONFIG_SAVE_MARKER) + "\nif.eth1.trust = on\n",
+              readAll(file));
+    EXPECT_EQ("# mine\npppoeplus.defaultenable = true\nif.eth1.trust = off\n", readAll(file + ".bak"));
+    struct stat st;
+    ASSERT_EQ(0, ::stat(file.c_str(), &st));
+    EXPECT_EQ(0640u, st.st_mode & 0777);
+
+    // Into another file, which did not exist: no backup.
+    r = run({"config", "save", std::string(dir) + "/new.conf"});
+    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_EQ(std::string(ctl::CONFIG_SAVE_MARKER) + "\nif.eth1.trust = on\n", readAll(std::string(dir) + "/new.conf"));
+    EXPECT_NE(0, ::access((std::string(dir) + "/new.conf.bak").c_str(), F_OK));
+    std::filesystem::remove_all(dir);
+}
