@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
 #include <iomanip>
 #include <sstream>
 
@@ -58,6 +59,10 @@ int Runner::cmdIf(const std::vector<std::string>& a) {
     if (action == "clear") {
         if (rest.size() > 1) return usage({"clear takes no arguments", "if"});
         return cmdIfClear(*unit, label);
+    }
+    if (action == "recover") {
+        if (rest.size() > 1) return usage({"recover takes no arguments", "if"});
+        return cmdIfRecover(*unit, label);
     }
     return usage({"unknown interface command '" + action + "'", "if"});
 }
@@ -148,17 +153,74 @@ int Runner::servedUnits(std::vector<uint32_t>& units) {
     return 0;
 }
 
+int Runner::cmdIfRecover(uint32_t unit, const std::string& label) {
+    what_ = "if " + label + " recover";
+    Json j = ifScope(unit);
+    j["action"] = "recover";
+    std::string name = resolver_.nameOf(unit);
+    if (name.empty()) return answered(ZEL_ERR_NOT_FOUND, ResultSource::Daemon, "", j);
+    Json reply;
+    if (int rc = control({{"op", "police-recover"}, {"if", name}}, reply); rc != 0) return rc;
+    if (!reply.value("ok", false)) return controlRefused(reply, j);
+    if (json_) printJson(okWith(true, j));
+    else out_ << label << ": served again\n";
+    return EXIT_OK;
+}
+
+namespace {
+
+// A port's policing as `if list` shows it: the discovery frames the kernel
+// dropped over its limit, and its state.
+struct PoliceRow {
+    std::string dropped = "-";
+    std::string state = "-";
+    Json json;  // null when policing is unavailable
+};
+
+// The policing of every port, by name, in one request ("police-status");
+// nothing when it cannot be had (policing unavailable, or a daemon without
+// it): the columns then show '-'.
+std::map<std::string, PoliceRow> policeRows(Transport& t, bool& available) {
+    std::map<std::string, PoliceRow> out;
+    available = false;
+    std::string text, error;
+    if (t.control(Json{{"op", "police-status"}}.dump(), text, error) != 0) return out;
+    Json reply = Json::parse(text, nullptr, false);
+    if (reply.is_discarded() || !reply.is_object() || !reply.value("ok", false) || !reply.value("available", false) ||
+        !reply.contains("interfaces") || !reply["interfaces"].is_object())
+        return out;
+    available = true;
+    for (const auto& [name, p] : reply["interfaces"].items()) {
+        if (!p.is_object()) continue;
+        PoliceRow r;
+        const uint64_t dropped = p.value("dropped", uint64_t{0});
+        const bool held = p.value("state", std::string()) == "err-disabled";
+        r.dropped = std::to_string(dropped);
+        r.state = held ? "err-disabled " + std::to_string(p.value("hold-left", uint64_t{0})) + "s" : "served";
+        r.json = {{"dropped", dropped},
+                  {"passed", p.value("passed", uint64_t{0})},
+                  {"state", held ? "err-disabled" : "served"}};
+        if (held) r.json["hold-left"] = p.value("hold-left", uint64_t{0});
+        out[name] = r;
+    }
+    return out;
+}
+
+}  // namespace
+
 int Runner::cmdIfList() {
     what_ = "if list";
     std::vector<uint32_t> units;
     if (int rc = servedUnits(units); rc != 0) return rc;
+    bool policing = false;
+    const std::map<std::string, PoliceRow> police = policeRows(transport(), policing);
 
     static const uint32_t SHOWN[] = {PPPOEPLUS_IF_ENABLE, PPPOEPLUS_IF_TRUST, PPPOEPLUS_IF_POLICY,
                                      PPPOEPLUS_IF_IGNORE_PKT};
     Json list = Json::array();
     std::vector<std::vector<std::string>> rows;
     rows.push_back({"UNIT", "NAME", "ENABLE", "TRUST", "POLICY", "IGNORE", "ERR-RCV", "ERR-SEND", "PADI", "PADR",
-                    "PADO", "PADS", "PADT", "SENT"});
+                    "PADO", "PADS", "PADT", "SENT", "POLICED", "STATE"});
     for (uint32_t unit : units) {
         Json o = Json::object();
         addIf(o, unit);
@@ -181,6 +243,16 @@ int Runner::cmdIfList() {
             counters[c->name] = v.result == 0 ? v.json : Json(nullptr);
         }
         o["counters"] = counters;
+        // Policing: a port the filter has not counted yet has dropped nothing.
+        PoliceRow pr;
+        if (policing) {
+            auto it = police.find(name);
+            pr = it != police.end() ? it->second
+                                    : PoliceRow{"0", "served", {{"dropped", 0}, {"passed", 0}, {"state", "served"}}};
+        }
+        row.push_back(pr.dropped);
+        row.push_back(pr.state);
+        o["police"] = pr.json;
         list.push_back(o);
         rows.push_back(row);
     }
@@ -201,7 +273,8 @@ int Runner::cmdIfList() {
             if (i > 0) line += "  ";
             std::string cell = r[i];
             // Numbers right-aligned, words left-aligned.
-            if (i == 0 || i >= 6) cell = std::string(widths[i] - cell.size(), ' ') + cell;
+            const bool number = i == 0 || (i >= 6 && i + 1 < r.size());
+            if (number) cell = std::string(widths[i] - cell.size(), ' ') + cell;
             else if (i + 1 < r.size()) cell += std::string(widths[i] - cell.size(), ' ');
             line += cell;
         }

@@ -77,6 +77,16 @@ int Runner::getValue(const CommandInfo& c, std::optional<uint32_t> unit, Value& 
             v.text = std::to_string(reply.lenWord);
             v.json = reply.lenWord;
             break;
+        case ValueType::NumberOrDefault:
+            // A number, or the word default (with the number held as raw).
+            v.text = valueWord(c.type, reply.lenWord);
+            if (reply.lenWord == VALUE_DEFAULT) {
+                v.json = v.text;
+                v.raw = reply.lenWord;
+            } else {
+                v.json = reply.lenWord;
+            }
+            break;
         case ValueType::Debug: {
             v.text = valueWord(c.type, reply.lenWord);
             std::string words = v.text.substr(v.text.find('(') + 1);

@@ -83,6 +83,8 @@ class Runner {
         Json json;         // the value for scripts
         Json raw;          // the number held, null when the value is that number or text
     };
+    // if IF recover: ends an interface's error-disable.
+    int cmdIfRecover(uint32_t unit, const std::string& label);
     // `o` with the value's members: "value", and "raw" when there is one.
     static Json withValue(Json o, const Value& v) {
         o["value"] = v.json;

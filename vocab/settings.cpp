@@ -46,6 +46,18 @@ const std::vector<CommandInfo>& scalarCommands() {
          "PON aggregates are eligible (pppoeplus.ponaggifenable)"},
         {PPPOEPLUS_SCALAR_NSRINFO, "nsr-info", "nsrInfo", ValueType::Nsr, true, false,
          "non-stop-routing status: switchover, incomplete and all operations"},
+        {PLAT_POLICE_RATE, "police-rate", "policeRate", ValueType::Number, true, true,
+         "discovery frames a second each port may send, policed in the kernel (0 to 1000000; 0: off); the "
+         "default of every port (uplinks: only their own)",
+         Owner::Platform},
+        {PLAT_POLICE_BURST, "police-burst", "policeBurst", ValueType::Number, true, true,
+         "discovery frames a port may send back to back (1 to 1000000); the default of every port",
+         Owner::Platform},
+        {PLAT_ERRDISABLE_TIME, "errdisable-time", "errdisableTime", ValueType::Number, true, true,
+         "seconds in a row over its discovery limit that error-disable a port (0 to 86400; 0: off)",
+         Owner::Platform},
+        {PLAT_ERRDISABLE_HOLD, "errdisable-hold", "errdisableHold", ValueType::Number, true, true,
+         "seconds an error-disabled port is not served (1 to 604800)", Owner::Platform},
     };
     return t;
 }
@@ -84,6 +96,12 @@ const std::vector<CommandInfo>& ifCommands() {
          "frames the agent sent out of this interface (an uplink)"},
         {PPPOEPLUS_IF_STAT_CLEAR, "stat-clear", "clear", ValueType::Ignored, false, true,
          "sets the eight counters to zero (set only; the value does not matter)"},
+        {PLAT_POLICE_RATE, "police-rate", "policeRate", ValueType::NumberOrDefault, true, true,
+         "the interface's own discovery limit in frames a second (0 to 1000000; 0: off); default follows the "
+         "global one",
+         Owner::Platform},
+        {PLAT_POLICE_BURST, "police-burst", "policeBurst", ValueType::NumberOrDefault, true, true,
+         "the interface's own discovery burst (1 to 1000000); default follows the global one", Owner::Platform},
     };
     return t;
 }

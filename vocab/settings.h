@@ -24,7 +24,19 @@ enum class ValueType {
     Text,        // a format or the version
     Nsr,         // the 12-byte non-stop-routing status
     Ignored,     // set only, the value does not matter (clear)
+    NumberOrDefault,  // u32, or `default` (VALUE_DEFAULT): follow the global value
 };
+
+// The word `default` of a NumberOrDefault value.
+constexpr uint32_t VALUE_DEFAULT = 0xFFFFFFFF;
+
+// Codes of the platform's own settings, above the agent's: the tool takes
+// them as numbers too; the control service and the configuration file name
+// them.
+constexpr uint32_t PLAT_POLICE_RATE = 101;
+constexpr uint32_t PLAT_POLICE_BURST = 102;
+constexpr uint32_t PLAT_ERRDISABLE_TIME = 103;
+constexpr uint32_t PLAT_ERRDISABLE_HOLD = 104;
 
 // Who keeps a setting: the agent (read and written through the management
 // entry points, by the command service) or the Linux platform (through the
@@ -42,7 +54,8 @@ struct CommandInfo {
     Owner owner = Owner::Agent;
 };
 
-// Global (scalar) commands, codes 1 to 18, and interface commands, codes 1 to 17.
+// Global (scalar) commands, codes 1 to 18, and interface commands, codes 1 to
+// 17, then the platform's settings (PLAT_*).
 const std::vector<CommandInfo>& scalarCommands();
 const std::vector<CommandInfo>& ifCommands();
 // The eight counters in the order they are shown.

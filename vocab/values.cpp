@@ -27,6 +27,7 @@ std::string acceptedWords(ValueType type) {
         case ValueType::Nsr: return "a number, decimal or 0x hexadecimal";
         case ValueType::Text: return "a text";
         case ValueType::Ignored: return "anything (the value is not used)";
+        case ValueType::NumberOrDefault: return "a number, decimal or 0x hexadecimal, or default";
     }
     return "";
 }
@@ -79,6 +80,9 @@ ParsedWord parseValue(ValueType type, const std::string& text) {
             if (good) return ok(v);
             break;
         }
+        case ValueType::NumberOrDefault:
+            if (w == "default") return ok(VALUE_DEFAULT);
+            break;
         default: break;
     }
     r.error = "invalid value '" + text + "': expected " + acceptedWords(type);
@@ -113,6 +117,9 @@ std::string valueWord(ValueType type, uint32_t value) {
             if (words.empty()) words = "none";
             return hex(value) + " (" + words + ")";
         }
+        case ValueType::NumberOrDefault:
+            if (value == VALUE_DEFAULT) return "default";
+            return std::to_string(value);
         default: return std::to_string(value);
     }
 }

@@ -26,6 +26,7 @@
 #include "platform/linux/internal.h"
 #include "platform/linux/opconf.h"
 #include "platform/linux/plat_log.h"
+#include "platform/linux/police.h"
 #include "platform/linux/rtnl.h"
 #include "platform/types.h"
 
@@ -278,6 +279,19 @@ void start() {
     }
 }
 
+// Whether the software trap of `unit` is on, and whether its hardware rule
+// was switched off explicitly; under gProtoMutex. A served port whose rule
+// is off is an uplink, which the default discovery limit does not police.
+bool trapOnLocked(uint32_t unit) {
+    std::shared_lock<std::shared_mutex> trap(gTrapMutex);
+    return gTrap.count(static_cast<int32_t>(unit)) != 0;
+}
+
+bool hwOffLocked(uint32_t unit) {
+    auto it = gProto.find({unit, ZEL_PROTO_PPPOEPLUS_HW});
+    return it != gProto.end() && !it->second.on;
+}
+
 // Takes the hardware rule of `unit` away, under gProtoMutex: 0, or the
 // rule's error (the port is forgotten either way).
 uint32_t ruleRemove(uint32_t unit) {
@@ -436,6 +450,7 @@ uint32_t zelIfSetApi(uint32_t unit, uint32_t attr, void* value) {
     // when it hears the port is gone, after the platform forgot the port.
     if (name.empty()) {
         if (on) return static_cast<uint32_t>(ZEL_ERR_NOT_FOUND);
+        policeSetUplink(unit, false);
         std::lock_guard<std::mutex> lock(gProtoMutex);
         gProto.erase({unit, proto.protoId});
         if (proto.protoId == ZEL_PROTO_PPPOEPLUS) {
@@ -454,14 +469,18 @@ uint32_t zelIfSetApi(uint32_t unit, uint32_t attr, void* value) {
     }
     if (proto.protoId == ZEL_PROTO_PPPOEPLUS) {
         st.on = on;
-        std::unique_lock<std::shared_mutex> trap(gTrapMutex);
-        // A port the daemon starts to serve gets its configured settings
-        // (queued: they are written once the daemon gives its lock back).
-        if (on && gTrap.insert(static_cast<int32_t>(unit)).second) opconfServed(unit);
-        if (!on) gTrap.erase(static_cast<int32_t>(unit));
+        {
+            std::unique_lock<std::shared_mutex> trap(gTrapMutex);
+            // A port the daemon starts to serve gets its configured settings
+            // (queued: they are written once the daemon gives its lock back).
+            if (on && gTrap.insert(static_cast<int32_t>(unit)).second) opconfServed(unit);
+            if (!on) gTrap.erase(static_cast<int32_t>(unit));
+        }
+        policeSetUplink(unit, on && hwOffLocked(unit));
         return 0;
     }
     if (proto.protoId == ZEL_PROTO_PPPOEPLUS_HW) {
+        policeSetUplink(unit, !on && trapOnLocked(unit));
         auto rule = gRuleName.find(unit);
         if (on) {
             if (rule == gRuleName.end() || rule->second != name) {

@@ -23,6 +23,7 @@
 #include "platform/linux/internal.h"
 #include "platform/linux/os_linux.h"
 #include "platform/linux/plat_log.h"
+#include "platform/linux/police.h"
 #include "platform/linux/runtime_dir.h"
 #include "platform/os.h"
 #include "platform/types.h"
@@ -120,7 +121,10 @@ void startDaemonProcess() {
         markDaemonProcess();
         // Capabilities belong to threads, and a thread starts with its
         // creator's: dropped here, before the daemon's first thread, they are
-        // dropped for every thread to come.
+        // dropped for every thread to come. The discovery filter is loaded
+        // first: loading needs CAP_BPF or CAP_SYS_ADMIN, which go.
+        policeRegister();
+        (void)policeLoad();
         dropPrivileges();
     });
 }

@@ -35,6 +35,7 @@
 #include "platform/linux/internal.h"
 #include "platform/linux/notify.h"
 #include "platform/linux/pkt.h"
+#include "platform/linux/police.h"
 #include "platform/linux/plat_log.h"
 #include "platform/linux/route_sock.h"
 #include "platform/linux/rx_ring.h"
@@ -99,9 +100,11 @@ int32_t packetSocket() {
                 err == EPERM ? " (pppoeplusd needs root or CAP_NET_RAW)" : "");
         return fail(err);
     }
+    // The eBPF filter keeps the same frames and polices them per port; the
+    // classic one when it cannot be had (policing is then unavailable).
     std::vector<struct sock_filter> prog = pktFilterProgram();
     struct sock_fprog fprog = {static_cast<unsigned short>(prog.size()), prog.data()};
-    if (::setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &fprog, sizeof(fprog)) != 0) {
+    if (!policeAttach(fd) && ::setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &fprog, sizeof(fprog)) != 0) {
         int err = errno;
         platLog(PLAT_LOG_ERR, "packet socket: cannot attach the filter: %s", std::strerror(err));
         ::close(fd);

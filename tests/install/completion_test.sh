@@ -80,8 +80,8 @@ expect 'pppoeplusctl help ' 'config event get if metrics names results set shell
 expect 'pppoeplusctl config ' 'check reload save show'
 
 # Global names and their values.
-expect 'pppoeplusctl set pol' 'policy'
-expect 'pppoeplusctl sync pol' 'policy'
+expect 'pppoeplusctl set pol' 'police-burst police-rate policy'
+expect 'pppoeplusctl sync pol' 'police-burst police-rate policy'
 expect 'pppoeplusctl set policy ' 'default drop keep replace'
 expect 'pppoeplusctl set enable ' 'off on'
 expect 'pppoeplusctl set circuit-id-type ' 'ascii default userdefine'
@@ -95,9 +95,9 @@ expect 'pppoeplusctl get pon-' 'pon-agg-if-enable pon-circuit-id-format pon-circ
 # Interfaces, their subcommands, names and values.
 expect_has 'pppoeplusctl if ' list lo
 expect 'pppoeplusctl if l' 'list lo'
-expect 'pppoeplusctl if lo ' 'clear counters get set sync'
+expect 'pppoeplusctl if lo ' 'clear counters get recover set sync'
 expect 'pppoeplusctl if list ' ''
-expect 'pppoeplusctl if lo set pol' 'policy'
+expect 'pppoeplusctl if lo set pol' 'police-burst police-rate policy'
 expect 'pppoeplusctl if lo set trust ' 'off on'
 expect 'pppoeplusctl if 1 sync ignore-pkt ' 'off on'
 expect_has 'pppoeplusctl if lo get ' padi-rcv total-send trust
@@ -124,7 +124,7 @@ rm -rf "$tmp"
 # The tool found on PATH by its plain name, as an operator types it.
 PATH="$(dirname "$tool"):$PATH"
 tool=pppoeplusctl
-expect 'pppoeplusctl if lo set pol' 'policy'
+expect 'pppoeplusctl if lo set pol' 'police-burst police-rate policy'
 
 if [[ $failures -ne 0 ]]; then
     echo "$failures completion check(s) failed"

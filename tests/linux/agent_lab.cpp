@@ -125,12 +125,15 @@ AgentLab::AgentLab(int clients, int uplinks, const std::string& extraConf, const
         why_ = "cannot make the interfaces";
         return;
     }
+    // The lab measures the agent under load: discovery is not policed unless
+    // the test sets policing itself.
+    const std::string police = extraConf.find("police-") == std::string::npos ? "agent.police-rate = 0\n" : "";
     std::string conf = dir_.file("pppoeplus.conf",
                                  "pppoeplus.defaultenable = true\n"
                                  "pppoeplus.defaultportenable = true\n"
                                  "platform.hwrule = none\n"
                                  "platform.exclude = g* s*\n" +
-                                     extraConf);
+                                     police + extraConf);
     logFile_ = dir_.path() + "/stderr.txt";
     std::vector<std::string> daemonEnv = {"PPPOEPLUS_CONF=" + conf, "PPPOEPLUS_LOG=stderr",
                                           "PPPOEPLUS_ROOT=" + dir_.path()};

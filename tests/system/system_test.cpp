@@ -665,9 +665,13 @@ TEST_F(SystemTest, TheAgentIsSwitchedOffAndOnResetAndInspectedThroughTheTool) {
                   ",\"interface\":\"p2\",\"counters\":{\"error-rcv\":0,\"error-send\":0,\"padi-rcv\":0,"
                   "\"padr-rcv\":0,\"pado-rcv\":0,\"pads-rcv\":0,\"padt-rcv\":0,\"total-send\":1}}\n",
               ctl({"--json", "if", "p2", "counters"}));
-    EXPECT_EQ("UNIT  NAME  ENABLE  TRUST  POLICY   IGNORE  ERR-RCV  ERR-SEND  PADI  PADR  PADO  PADS  PADT  SENT\n"
-              "   " + p1 + "  p1    on      off    default  unset         0         0     1     0     0     0     0     0\n"
-              "   " + p2 + "  p2    on      on     default  unset         0         0     0     0     0     0     0     1\n",
+    // Policed in the kernel, nothing dropped.
+    EXPECT_EQ("UNIT  NAME  ENABLE  TRUST  POLICY   IGNORE  ERR-RCV  ERR-SEND  PADI  PADR  PADO  PADS  PADT  SENT  "
+              "POLICED  STATE\n"
+              "   " + p1 + "  p1    on      off    default  unset         0         0     1     0     0     0     0     0"
+              "        0  served\n"
+              "   " + p2 + "  p2    on      on     default  unset         0         0     0     0     0     0     0     1"
+              "        0  served\n",
               ctl({"if", "list"}));
     std::string show = ctl({"shell", "pppoeplusShow"});
     for (const std::string& line :

@@ -76,6 +76,7 @@ class FakeTransport : public ctl::Transport {
         return 0;
     }
 
+
   private:
     // Records the request; fails it as the daemon says, or answers `fresh`
     // as the test's handler changes it.
@@ -108,6 +109,11 @@ class FakeResolver : public ctl::Resolver {
     }
 };
 
+// A control service answering JSON objects.
+std::function<std::string(const std::string&)> jsonControl(std::function<nlohmann::json(const nlohmann::json&)> f) {
+    return [f](const std::string& req) { return f(nlohmann::json::parse(req)).dump(); };
+}
+
 struct Outcome {
     int status = -1;
     std::string out;
@@ -136,8 +142,16 @@ bool has(const std::string& text, const std::string& part) { return text.find(pa
 
 // ---- tables ----------------------------------------------------------------------------------
 
+// The agent's rows of a table, without the platform's own settings.
+std::vector<CommandInfo> agentRows(const std::vector<CommandInfo>& all) {
+    std::vector<CommandInfo> t;
+    for (const CommandInfo& c : all)
+        if (c.owner == vocab::Owner::Agent) t.push_back(c);
+    return t;
+}
+
 TEST(CtlTables, GlobalCommandsAreTheDaemonsCodesOneToEighteenWithDistinctNames) {
-    const auto& t = ctl::scalarCommands();
+    const auto t = agentRows(ctl::scalarCommands());
     ASSERT_EQ(18u, t.size());
     std::set<std::string> names;
     for (size_t i = 0; i < t.size(); i++) {
@@ -152,7 +166,7 @@ TEST(CtlTables, GlobalCommandsAreTheDaemonsCodesOneToEighteenWithDistinctNames) 
 }
 
 TEST(CtlTables, InterfaceCommandsAreCodesOneToSeventeenAndCountersMapByName) {
-    const auto& t = ctl::ifCommands();
+    const auto t = agentRows(ctl::ifCommands());
     ASSERT_EQ(17u, t.size());
     for (size_t i = 0; i < t.size(); i++) EXPECT_EQ(i + 1, t[i].code);
     EXPECT_EQ(PPPOEPLUS_IF_MAX, t.size() + 1);
@@ -451,9 +465,16 @@ TEST_F(CtlTest, GetWithoutANameReadsEveryGlobalValue) {
             r.lenWord = q.cmd == PPPOEPLUS_SCALAR_VENDORID ? 3561 : 1;
         }
     };
+    daemon_.onControl = jsonControl([](const nlohmann::json& q) {
+        return nlohmann::json{{"ok", true}, {"value", q["name"] == "police-rate" ? 100 : 7}};
+    });
     Outcome r = run({"get"});
     EXPECT_EQ(0, r.status) << r.err;
     EXPECT_EQ(18u, daemon_.calls.size());
+    // The platform's four, through the control service.
+    EXPECT_EQ(4u, daemon_.controls.size());
+    EXPECT_TRUE(has(r.out, "police-rate:            100\n")) << r.out;
+    EXPECT_TRUE(has(r.out, "errdisable-hold:        7\n")) << r.out;
     EXPECT_TRUE(has(r.out, "vendor-id:              3561\n")) << r.out;
     EXPECT_TRUE(has(r.out, "version:                PPPOEPLUS_V7.00.00.00\n")) << r.out;
     EXPECT_TRUE(has(r.out, "enable:                 on\n")) << r.out;
@@ -669,9 +690,20 @@ TEST_F(CtlTest, AGetOfAllReadsEverySettingAndCounter) {
             r.lenWord = q.cmd == PPPOEPLUS_IF_ENABLE ? 1 : 0;
         }
     };
+    daemon_.onControl = jsonControl([](const nlohmann::json& q) {
+        EXPECT_EQ("p1", q["if"]);
+        return nlohmann::json{{"ok", true}, {"value", q["name"] == "police-rate" ? 4294967295u : 50u}};
+    });
     Outcome r = run({"if", "p1"});
     EXPECT_EQ(0, r.status) << r.err;
     EXPECT_EQ(16u, daemon_.calls.size());
+    EXPECT_EQ(2u, daemon_.controls.size());
+    EXPECT_TRUE(has(r.out, "  police-rate:        default\n")) << r.out;
+    EXPECT_TRUE(has(r.out, "  police-burst:       50\n")) << r.out;
+    Outcome g = run({"--json", "if", "p1", "get", "police-rate"});
+    EXPECT_TRUE(has(g.out, "\"value\":\"default\",\"raw\":4294967295")) << g.out;
+    g = run({"--json", "if", "p1", "get", "police-burst"});
+    EXPECT_TRUE(has(g.out, "\"value\":50}")) << g.out;
     EXPECT_TRUE(has(r.out, "p1 (unit 5)\n  trust:              unset\n  enable:             on\n")) << r.out;
     EXPECT_TRUE(has(r.out, "  remote-id-format:   '%C'\n")) << r.out;
     EXPECT_TRUE(has(r.out, "  total-send:         0\n")) << r.out;
@@ -714,9 +746,13 @@ TEST_F(CtlTest, TheListWalksTheTableInUnitOrder) {
     };
     Outcome r = run({"if", "list"});
     EXPECT_EQ(0, r.status) << r.err;
-    EXPECT_EQ("UNIT  NAME  ENABLE  TRUST  POLICY   IGNORE  ERR-RCV  ERR-SEND  PADI  PADR  PADO  PADS  PADT  SENT\n"
-              "   5  p1    on      off    default  unset         0         0     3     0     0     0     0     0\n"
-              "  12  eth3  on      on     default  unset         0         0     0     0     0     0     0     3\n",
+    // Without policing (the control service says nothing of it) its columns show '-'.
+    EXPECT_EQ("UNIT  NAME  ENABLE  TRUST  POLICY   IGNORE  ERR-RCV  ERR-SEND  PADI  PADR  PADO  PADS  PADT  SENT  "
+              "POLICED  STATE\n"
+              "   5  p1    on      off    default  unset         0         0     3     0     0     0     0     0        "
+              "-  -\n"
+              "  12  eth3  on      on     default  unset         0         0     0     0     0     0     0     3        "
+              "-  -\n",
               r.out);
     r = run({"--json", "if", "list"});
     EXPECT_TRUE(has(r.out, "{\"ok\":true,\"interfaces\":[{\"unit\":5,\"interface\":\"p1\",\"enable\":\"on\",\"trust\":"
@@ -729,6 +765,85 @@ TEST_F(CtlTest, TheListWalksTheTableInUnitOrder) {
     EXPECT_EQ("no interface is served\n", r.out);
     r = run({"--json", "if", "list"});
     EXPECT_EQ("{\"ok\":true,\"interfaces\":[]}\n", r.out);
+}
+
+TEST_F(CtlTest, TheListShowsEachPortsPolicingFromOneRequest) {
+    daemon_.onCall = [](const cmdp::CallRequest& q, cmdp::CallReply& r) {
+        if (walkUnitsFiveAndTwelve(q, r)) return;
+        r.lenWord = q.cmd == PPPOEPLUS_IF_ENABLE ? 1 : 0;
+    };
+    daemon_.onControl = jsonControl([](const nlohmann::json& q) {
+        EXPECT_EQ("police-status", q["op"]);
+        return nlohmann::json{
+            {"ok", true},
+            {"available", true},
+            {"interfaces",
+             {{"p1", {{"ifindex", 5}, {"passed", 1100}, {"dropped", 1158843}, {"state", "err-disabled"}, {"hold-left", 42}}},
+              {"other", {{"ifindex", 99}, {"passed", 1}, {"dropped", 0}, {"state", "served"}}}}}};
+    });
+    Outcome r = run({"if", "list"});
+    EXPECT_EQ(0, r.status) << r.err;
+    ASSERT_EQ(1u, daemon_.controls.size());
+    EXPECT_TRUE(has(r.out, "  SENT  POLICED  STATE\n")) << r.out;
+    EXPECT_TRUE(has(r.out, "     0  1158843  err-disabled 42s\n")) << r.out;
+    // A port the filter has not counted yet dropped nothing.
+    EXPECT_TRUE(has(r.out, "     0        0  served\n")) << r.out;
+    r = run({"--json", "if", "list"});
+    EXPECT_TRUE(has(r.out, "\"police\":{\"dropped\":1158843,\"passed\":1100,\"state\":\"err-disabled\",\"hold-left\":42}"))
+        << r.out;
+    EXPECT_TRUE(has(r.out, "\"police\":{\"dropped\":0,\"passed\":0,\"state\":\"served\"}")) << r.out;
+    // Policing unavailable: '-', and null in JSON.
+    daemon_.onControl = jsonControl([](const nlohmann::json&) {
+        return nlohmann::json{{"ok", true}, {"available", false}, {"interfaces", nlohmann::json::object()}};
+    });
+    r = run({"--json", "if", "list"});
+    EXPECT_TRUE(has(r.out, "\"police\":null")) << r.out;
+}
+
+TEST_F(CtlTest, PlatformSettingsAndRecoverGoToTheControlService) {
+    daemon_.onControl = jsonControl([](const nlohmann::json& q) {
+        if (q["op"] == "set" && q["value"] == 2000000) return nlohmann::json{{"ok", false}, {"error", "the rate is 0 (off) to 1000000 frames a second"}};
+        if (q["op"] == "police-recover") return nlohmann::json{{"ok", false}, {"error", "eth3: the interface is not error-disabled"}};
+        return nlohmann::json{{"ok", true}};
+    });
+    Outcome r = run({"set", "police-rate", "200"});
+    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_EQ("police-rate set to 200\n", r.out);
+    r = run({"if", "eth3", "set", "police-burst", "default"});
+    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_EQ("eth3: police-burst set to default\n", r.out);
+    r = run({"if", "eth3", "set", "police-rate", "fast"});
+    EXPECT_EQ(ctl::EXIT_USAGE, r.status);
+    r = run({"set", "police-rate", "2000000"});
+    EXPECT_EQ(ctl::EXIT_RESULT, r.status);
+    EXPECT_TRUE(has(r.err, "the rate is 0 (off) to 1000000 frames a second")) << r.err;
+    r = run({"if", "eth3", "recover"});
+    EXPECT_EQ(ctl::EXIT_RESULT, r.status);
+    EXPECT_TRUE(has(r.err, "not error-disabled")) << r.err;
+    ASSERT_EQ(4u, daemon_.controls.size());
+    EXPECT_EQ((nlohmann::json{{"op", "set"}, {"name", "police-rate"}, {"value", 200}}), nlohmann::json::parse(daemon_.controls[0]));
+    EXPECT_EQ((nlohmann::json{{"op", "set"}, {"name", "police-burst"}, {"value", 4294967295u}, {"if", "eth3"}}),
+              nlohmann::json::parse(daemon_.controls[1]));
+    EXPECT_EQ((nlohmann::json{{"op", "police-recover"}, {"if", "eth3"}}), nlohmann::json::parse(daemon_.controls[3]));
+    EXPECT_TRUE(daemon_.calls.empty());
+    daemon_.onControl = jsonControl([](const nlohmann::json&) { return nlohmann::json{{"ok", true}}; });
+    r = run({"--json", "if", "eth3", "recover"});
+    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_TRUE(has(r.out, "\"ok\":true")) << r.out;
+}
+
+TEST(CtlValues, NumberOrDefaultTakesANumberOrTheWordDefault) {
+    auto w = vocab::parseValue(ValueType::NumberOrDefault, "default");
+    EXPECT_TRUE(w.ok);
+    EXPECT_EQ(vocab::VALUE_DEFAULT, w.value);
+    w = vocab::parseValue(ValueType::NumberOrDefault, "0x64");
+    EXPECT_TRUE(w.ok);
+    EXPECT_EQ(100u, w.value);
+    w = vocab::parseValue(ValueType::NumberOrDefault, "often");
+    EXPECT_FALSE(w.ok);
+    EXPECT_TRUE(has(w.error, "or default")) << w.error;
+    EXPECT_EQ("default", vocab::valueWord(ValueType::NumberOrDefault, vocab::VALUE_DEFAULT));
+    EXPECT_EQ("250", vocab::valueWord(ValueType::NumberOrDefault, 250));
 }
 
 // ---- metrics ------------------------------------------------------------------------------------
