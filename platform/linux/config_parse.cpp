@@ -274,7 +274,8 @@ std::string configOpValueText(const vocab::CommandInfo& setting, uint32_t word, 
         }
         case vocab::ValueType::Truth:
         case vocab::ValueType::Policy:
-        case vocab::ValueType::FormatType: {
+        case vocab::ValueType::FormatType:
+        case vocab::ValueType::NumberOrDefault: {
             // The word when the vocabulary has one for the number, else the number.
             std::string w = vocab::valueWord(setting.type, word);
             vocab::ParsedWord back = vocab::parseValue(setting.type, w);

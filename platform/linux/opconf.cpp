@@ -382,8 +382,10 @@ void showTarget(State& st, bool perIf, uint32_t unit, const std::string& ifName,
         }
         std::optional<Val> v = readSetting(*st.table, c, perIf, unit, why);
         if (!v) continue;
-        // An unset truth value has no word that sets it.
+        // An unset truth value has no word that sets it; a value that
+        // follows the global one is what an interface has without a line.
         if (c.type == ValueType::Truth && v->word == 0) continue;
+        if (c.type == ValueType::NumberOrDefault && v->word == vocab::VALUE_DEFAULT) continue;
         text += keyText(perIf, ifName, c) + " = " + configOpValueText(c, v->word, v->text) + "\n";
         if (c.type == ValueType::Text) obj[c.name] = v->text;
         else if (c.type == ValueType::Number) obj[c.name] = v->word;

@@ -358,10 +358,13 @@ TEST(ConfigOpLines, ValuesAreWrittenSoThatTheyReadBack) {
         "agent.enable = on", "agent.enable = off", "agent.policy = keep", "agent.debug = 0xf",
         "agent.vendor-id = 0", "if.e1.circuit-id-type = userdefine", "if.e1.remote-id-type = ascii",
         "if.e1.circuit-id-format = '%portname/%svlan'", "if.e1.circuit-id-format = \" lead\"",
-        "if.e1.circuit-id-format = \"\"x\"\"", "if.e1.ignore-pkt = on",
+        "if.e1.circuit-id-format = \"\"x\"\"", "if.e1.ignore-pkt = on", "if.e1.police-rate = default",
+        "if.e1.police-rate = 50", "agent.police-burst = 1000",
     };
     for (const char* line : lines) {
         auto first = configParse(line, "f.conf");
+        // The value is written as the line wrote it.
+        const std::string written(std::strchr(line, '=') + 2);
         ASSERT_EQ(1u, first.ops.size()) << line;
         const OpSetting& op = first.ops[0];
         std::string key = op.perInterface ? "if." + op.pattern + "." + op.setting.name : std::string("agent.") + op.setting.name;
@@ -369,6 +372,9 @@ TEST(ConfigOpLines, ValuesAreWrittenSoThatTheyReadBack) {
         ASSERT_EQ(1u, again.ops.size()) << line << " -> " << configOpValueText(op.setting, op.word, op.text);
         EXPECT_EQ(op.word, again.ops[0].word) << line;
         EXPECT_EQ(op.text, again.ops[0].text) << line;
+        if (op.setting.type != vocab::ValueType::Debug && op.setting.type != vocab::ValueType::Text) {
+            EXPECT_EQ(written, configOpValueText(op.setting, op.word, op.text)) << line;
+        }
     }
 }
 
