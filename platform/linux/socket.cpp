@@ -40,6 +40,7 @@
 #include "platform/linux/route_sock.h"
 #include "platform/linux/rx_ring.h"
 #include "platform/linux/sock_table.h"
+#include "platform/linux/tx_sockets.h"
 #include "platform/socket.h"
 
 namespace linuxplat {
@@ -298,121 +299,6 @@ bool ringReady(const SockInfo& info) {
     return info.ring->ring.ready();
 }
 
-// The sockets frames are sent on: one raw packet socket per interface sent
-// to, bound to it with protocol 0 (it receives nothing and is never on the
-// receive path), opened on the first frame for that interface. A send on a
-// bound socket names no address: the kernel neither copies one in nor looks
-// the interface up by index (a few nanoseconds of each send). Each
-// frame is still one system call whose result is the daemon's, so its
-// counters stay exact. The errors are the same as with an address: ENETDOWN
-// while the link is down (a socket of protocol 0 is never marked failed by
-// the link going down, so the first send after the link is back up goes
-// through), ENXIO for an interface that is gone.
-class TxSockets {
-  public:
-    // Enough for the uplinks of a switch; beyond, the least recently used
-    // socket is closed.
-    static constexpr size_t MAX = 32;
-
-    ~TxSockets() { closeAll(); }
-
-    // Sends `len` bytes of `frame` out of `ifindex`. The bytes sent, or -1
-    // with errno set.
-    ssize_t send(int32_t ifindex, const uint8_t* frame, size_t len) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        Entry* e = find(ifindex);
-        if (e == nullptr && (e = open(ifindex)) == nullptr) return -1;
-        ssize_t n = sendOn(e->fd, frame, len);
-        if (n < 0 && errno == ENXIO) {
-            // The interface went away since the socket was bound: the index
-            // may name another one now, as an address would.
-            int err = errno;
-            drop(*e);
-            if ((e = open(ifindex)) == nullptr) return -1;
-            n = sendOn(e->fd, frame, len);
-            if (n < 0 && errno == ENXIO) errno = err;
-        }
-        return n;
-    }
-
-    void closeAll() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        for (size_t i = 0; i < count_; i++) ::close(entries_[i].fd);
-        count_ = 0;
-    }
-
-  private:
-    // The system call itself: in a process with threads, the C library's
-    // send() makes each call a cancellation point and switches the thread's
-    // cancellation state before and after it (two atomic operations, about
-    // 20 ns of the 340 ns a send costs here, twice per frame with two
-    // uplinks). No thread of the daemon is ever cancelled.
-    static ssize_t sendOn(int fd, const uint8_t* frame, size_t len) {
-        return ::syscall(SYS_sendto, fd, frame, len, MSG_DONTWAIT, nullptr, 0);
-    }
-
-    struct Entry {
-        int32_t ifindex;
-        int fd;
-        uint64_t used;
-    };
-
-    Entry* find(int32_t ifindex) {
-        for (size_t i = 0; i < count_; i++)
-            if (entries_[i].ifindex == ifindex) {
-                entries_[i].used = ++clock_;
-                return &entries_[i];
-            }
-        return nullptr;
-    }
-
-    void drop(Entry& e) {
-        ::close(e.fd);
-        e = entries_[--count_];
-    }
-
-    // A socket bound to `ifindex`, null with errno set (ENXIO for an
-    // interface that does not exist, as a send to its index would say).
-    // Sockets of interfaces the interface cache no longer knows are closed
-    // first, so that descriptors do not pile up as interfaces come and go.
-    Entry* open(int32_t ifindex) {
-        uint8_t mac[6];
-        for (size_t i = 0; i < count_;)
-            if (!ifdbMac(entries_[i].ifindex, mac)) drop(entries_[i]);
-            else i++;
-        if (count_ == MAX) {
-            size_t oldest = 0;
-            for (size_t i = 1; i < count_; i++)
-                if (entries_[i].used < entries_[oldest].used) oldest = i;
-            drop(entries_[oldest]);
-        }
-        int fd = ::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
-        if (fd < 0) return nullptr;
-        struct sockaddr_ll a;
-        std::memset(&a, 0, sizeof(a));
-        a.sll_family = AF_PACKET;
-        a.sll_ifindex = ifindex;
-        if (::bind(fd, reinterpret_cast<struct sockaddr*>(&a), sizeof(a)) != 0) {
-            int err = errno;
-            ::close(fd);
-            errno = err == ENODEV ? ENXIO : err;
-            return nullptr;
-        }
-        entries_[count_] = Entry{ifindex, fd, ++clock_};
-        return &entries_[count_++];
-    }
-
-    std::mutex mutex_;
-    std::array<Entry, MAX> entries_{};
-    size_t count_ = 0;
-    uint64_t clock_ = 0;
-};
-
-TxSockets& txSockets() {
-    static TxSockets* t = new TxSockets;  // never destroyed: a late send from another thread finds it
-    return *t;
-}
-
 int32_t packetSend(int fd, const zel_msghdr* msg) {
     (void)fd;  // the frame goes out of the uplink's own socket
     if (msg->msg_name == nullptr || msg->msg_namelen < sizeof(zel_sockaddr_ll)) return fail(EDESTADDRREQ);
@@ -439,7 +325,7 @@ int32_t packetSend(int fd, const zel_msghdr* msg) {
     }
 
     // The kernel takes the frame's type from its header.
-    ssize_t n = txSockets().send(to.sll_ifindex, buf, off + dataLen);
+    ssize_t n = txSocketSend(to.sll_ifindex, buf, off + dataLen);
     if (n < 0) return fail(errno);
     return static_cast<int32_t>(dataLen);
 }
@@ -699,7 +585,7 @@ int32_t zel_close(int32_t fd) {
             std::lock_guard<std::mutex> ringLock(info.ring->mutex);
             info.ring->ring.close();
         }
-        txSockets().closeAll();  // the next packet socket opens its own
+        txSocketsCloseAll();  // the next packet socket opens its own
         std::unique_lock<std::shared_mutex> lock(gSockMutex);
         gSocks.erase(fd);
         socksChanged();
