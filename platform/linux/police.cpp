@@ -261,27 +261,29 @@ bool policeAttach(int fd) {
     return true;
 }
 
-std::string policeSetRate(uint32_t ifIndex, uint32_t value) {
-    std::lock_guard<std::mutex> lock(gMutex);
-    if (ifIndex == 0) {
-        if (value > POLICE_RATE_MAX)
-            return "the rate is 0 (off) to " + std::to_string(POLICE_RATE_MAX) + " frames a second";
-        uint32_t old = gRate;
-        gRate = value;
-        if (int err = pushAllLocked(); err != 0) {
-            gRate = old;
-            (void)pushAllLocked();
-            return std::string("cannot write the filter's settings: ") + std::strerror(err);
-        }
-        return "";
+namespace {
+
+// Sets a global value (the default of every port) and pushes it to the
+// filter; put back when the filter refuses it. "" or why not. gMutex held.
+std::string setGlobalLocked(uint32_t& field, uint32_t value) {
+    const uint32_t old = field;
+    field = value;
+    if (int err = pushAllLocked(); err != 0) {
+        field = old;
+        (void)pushAllLocked();
+        return std::string("cannot write the filter's settings: ") + std::strerror(err);
     }
-    if (value > POLICE_RATE_MAX && value != POLICE_FOLLOW)
-        return "the rate is 0 (off) to " + std::to_string(POLICE_RATE_MAX) + " frames a second, or default";
+    return "";
+}
+
+// Sets one value of a port's own settings and pushes them to the filter;
+// put back when the filter refuses them. "" or why not. gMutex held.
+std::string setPortLocked(uint32_t ifIndex, uint32_t PortConf::*field, uint32_t value) {
     if (gConf.count(ifIndex) == 0 && gConf.size() >= POLICE_PORTS_MAX)
         return "too many ports with settings of their own (" + std::to_string(POLICE_PORTS_MAX) + ")";
-    PortConf old = confLocked(ifIndex);
+    const PortConf old = confLocked(ifIndex);
     PortConf now = old;
-    now.rate = value;
+    now.*field = value;
     auto put = [&](const PortConf& c) {
         if (c.ownNothing()) gConf.erase(ifIndex);
         else gConf[ifIndex] = c;
@@ -295,38 +297,30 @@ std::string policeSetRate(uint32_t ifIndex, uint32_t value) {
     return "";
 }
 
+}  // namespace
+
+std::string policeSetRate(uint32_t ifIndex, uint32_t value) {
+    std::lock_guard<std::mutex> lock(gMutex);
+    if (ifIndex == 0) {
+        if (value > POLICE_RATE_MAX)
+            return "the rate is 0 (off) to " + std::to_string(POLICE_RATE_MAX) + " frames a second";
+        return setGlobalLocked(gRate, value);
+    }
+    if (value > POLICE_RATE_MAX && value != POLICE_FOLLOW)
+        return "the rate is 0 (off) to " + std::to_string(POLICE_RATE_MAX) + " frames a second, or default";
+    return setPortLocked(ifIndex, &PortConf::rate, value);
+}
+
 std::string policeSetBurst(uint32_t ifIndex, uint32_t value) {
     std::lock_guard<std::mutex> lock(gMutex);
     const std::string range =
         "the burst is " + std::to_string(POLICE_BURST_MIN) + " to " + std::to_string(POLICE_BURST_MAX) + " frames";
     if (ifIndex == 0) {
         if (value < POLICE_BURST_MIN || value > POLICE_BURST_MAX) return range;
-        uint32_t old = gBurst;
-        gBurst = value;
-        if (int err = pushAllLocked(); err != 0) {
-            gBurst = old;
-            (void)pushAllLocked();
-            return std::string("cannot write the filter's settings: ") + std::strerror(err);
-        }
-        return "";
+        return setGlobalLocked(gBurst, value);
     }
     if ((value < POLICE_BURST_MIN || value > POLICE_BURST_MAX) && value != POLICE_FOLLOW) return range + ", or default";
-    if (gConf.count(ifIndex) == 0 && gConf.size() >= POLICE_PORTS_MAX)
-        return "too many ports with settings of their own (" + std::to_string(POLICE_PORTS_MAX) + ")";
-    PortConf old = confLocked(ifIndex);
-    PortConf now = old;
-    now.burst = value;
-    auto put = [&](const PortConf& c) {
-        if (c.ownNothing()) gConf.erase(ifIndex);
-        else gConf[ifIndex] = c;
-    };
-    put(now);
-    if (int err = pushPortLocked(ifIndex); err != 0) {
-        put(old);
-        (void)pushPortLocked(ifIndex);
-        return std::string("cannot write the filter's settings: ") + std::strerror(err);
-    }
-    return "";
+    return setPortLocked(ifIndex, &PortConf::burst, value);
 }
 
 uint32_t policeRate(uint32_t ifIndex) {
