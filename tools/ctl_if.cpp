@@ -311,10 +311,17 @@ int Runner::cmdMetrics(const std::vector<std::string>& a) {
         if (int rc = read(*findScalar(std::to_string(code)), std::nullopt, *into, gone); rc != 0) return rc;
     std::vector<uint32_t> units;
     if (int rc = servedUnits(units); rc != 0) return rc;
+    const std::map<std::string, PoliceRow> police = policeRows(transport(), snap.policing);
     for (uint32_t unit : units) {
         MetricsInterface i;
         i.unit = unit;
         i.name = resolver_.nameOf(unit);
+        // A port the filter has not counted yet dropped nothing.
+        i.policed = snap.policing;
+        if (auto p = police.find(i.name); p != police.end() && !p->second.json.is_null()) {
+            i.policeDropped = p->second.json.value("dropped", uint64_t{0});
+            i.errorDisabled = p->second.json.value("state", std::string()) == "err-disabled";
+        }
         gone = false;
         const std::pair<uint32_t, uint32_t*> states[] = {{PPPOEPLUS_IF_ENABLE, &i.enable},
                                                          {PPPOEPLUS_IF_TRUST, &i.trust},

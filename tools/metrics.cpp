@@ -104,6 +104,16 @@ std::string metricsText(const MetricsSnapshot& s) {
         for (const MetricsInterface& i : s.interfaces)
             out << name << labels(i) << " " << (k < i.counters.size() ? i.counters[k] : 0) << "\n";
     }
+    if (s.policing) {
+        family(out, "pppoeplus_interface_policed_total", "counter",
+               "Discovery frames of the interface dropped in the kernel over its limit (policing).");
+        for (const MetricsInterface& i : s.interfaces)
+            if (i.policed) out << "pppoeplus_interface_policed_total" << labels(i) << " " << i.policeDropped << "\n";
+        family(out, "pppoeplus_interface_error_disabled", "gauge",
+               "The interface is error-disabled for exceeding its discovery limit (1) or served (0).");
+        for (const MetricsInterface& i : s.interfaces)
+            if (i.policed) out << "pppoeplus_interface_error_disabled" << labels(i) << " " << (i.errorDisabled ? 1 : 0) << "\n";
+    }
     return out.str();
 }
 

@@ -19,6 +19,11 @@ struct MetricsInterface {
     uint32_t ignore = 0;
     uint32_t policy = 0;
     std::vector<uint32_t> counters;
+    // Policing of discovery, when the daemon polices: frames dropped over
+    // the port's limit, and whether the port is error-disabled.
+    bool policed = false;
+    uint64_t policeDropped = 0;
+    bool errorDisabled = false;
 };
 
 struct MetricsSnapshot {
@@ -26,6 +31,7 @@ struct MetricsSnapshot {
     uint32_t policy = 0;    // 0 default, 1 keep, 2 drop, 3 replace
     uint32_t vendorId = 0;
     std::vector<MetricsInterface> interfaces;
+    bool policing = false;  // the daemon polices discovery (the policing families are written)
 };
 
 // The whole exposition: HELP and TYPE lines, then the samples of each

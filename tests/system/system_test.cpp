@@ -216,7 +216,8 @@ TEST_F(SystemTest, ARealClientsDiscoveryReachesTheServerTaggedWithTheDefaultForm
           "pppoeplus_interface_padi_received_total " + p1 + "1",
           "pppoeplus_interface_padr_received_total " + p1 + "1",
           "pppoeplus_interface_sent_total " + p1 + "0", "pppoeplus_interface_sent_total " + p2 + "2",
-          "pppoeplus_interface_trusted " + p1 + "0", "pppoeplus_interface_trusted " + p2 + "1"})
+          "pppoeplus_interface_trusted " + p1 + "0", "pppoeplus_interface_trusted " + p2 + "1",
+          "pppoeplus_interface_policed_total " + p1 + "0", "pppoeplus_interface_error_disabled " + p1 + "0"})
         EXPECT_TRUE(contains(parsed, " " + sample + "\n")) << sample << "\n" << parsed << metrics;
 
     EXPECT_EQ(0, lab.stopDaemon());

@@ -937,6 +937,32 @@ TEST_F(CtlTest, MetricsAreTheCountersAndStatesAsThePrometheusParserReadsThem) {
     EXPECT_EQ(5u + 2 * 12, static_cast<size_t>(std::count(parsed.begin(), parsed.end(), '\n'))) << parsed;
 }
 
+TEST_F(CtlTest, MetricsCarryEachPortsPolicingWhenTheDaemonPolices) {
+    daemon_.onCall = answerLikeAnAgent;
+    daemon_.onControl = jsonControl([](const nlohmann::json& q) {
+        EXPECT_EQ("police-status", q["op"]);
+        return nlohmann::json{{"ok", true},
+                              {"available", true},
+                              {"interfaces",
+                               {{"p1", {{"ifindex", 5}, {"passed", 10}, {"dropped", 77}, {"state", "err-disabled"},
+                                        {"hold-left", 9}}}}}};
+    });
+    Outcome r = run({"metrics"});
+    ASSERT_EQ(0, r.status) << r.err;
+    int status = -1;
+    const std::string parsed = parsedByPrometheusClient(r.out, status);
+    ASSERT_EQ(0, status) << parsed;
+    for (const char* line : {
+             "pppoeplus_interface_policed counter pppoeplus_interface_policed_total {interface=p1,unit=5} 77",
+             "pppoeplus_interface_policed counter pppoeplus_interface_policed_total {interface=eth3,unit=12} 0",
+             "pppoeplus_interface_error_disabled gauge pppoeplus_interface_error_disabled {interface=p1,unit=5} 1",
+             "pppoeplus_interface_error_disabled gauge pppoeplus_interface_error_disabled {interface=eth3,unit=12} 0",
+         })
+        EXPECT_TRUE(has(parsed, std::string(line) + "\n")) << line << "\n" << parsed;
+    // 5 global samples, 2 interfaces x (4 states + 8 counters + 2 of policing).
+    EXPECT_EQ(5u + 2 * 14, static_cast<size_t>(std::count(parsed.begin(), parsed.end(), '\n'))) << parsed;
+}
+
 TEST_F(CtlTest, MetricsPrintNothingWhenTheDaemonCannotBeReachedOrRefuses) {
     daemon_.transportResult = -1;
     daemon_.transportError = "connect: No such file or directory";
