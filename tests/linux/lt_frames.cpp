@@ -4,6 +4,7 @@
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <cstring>
@@ -99,6 +100,22 @@ void trap(uint32_t unit, bool on) {
     tZelIfProto p{};
     p.protoId = ZEL_PROTO_PPPOEPLUS;
     CHECK_EQ(0u, zelIfSetApi(unit, on ? ZEL_IF_ATTR_PROTO_ON : ZEL_IF_ATTR_PROTO_OFF, &p));
+}
+
+std::vector<std::vector<uint8_t>> recvDiscoveryFrom(int fd, const uint8_t src[6], int idleMs) {
+    std::vector<std::vector<uint8_t>> got;
+    for (;;) {
+        struct pollfd p = {fd, POLLIN, 0};
+        if (::poll(&p, 1, idleMs) <= 0) break;
+        uint8_t buf[2048];
+        struct sockaddr_ll from;
+        socklen_t len = sizeof(from);
+        ssize_t n = ::recvfrom(fd, buf, sizeof(buf), 0, reinterpret_cast<struct sockaddr*>(&from), &len);
+        if (n < 20 || from.sll_pkttype == PACKET_OUTGOING || std::memcmp(buf + 6, src, 6) != 0) continue;
+        if (buf[12] != 0x88 || buf[13] != 0x63) continue;
+        got.emplace_back(buf, buf + n);
+    }
+    return got;
 }
 
 }  // namespace lt

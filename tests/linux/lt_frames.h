@@ -27,6 +27,9 @@ std::vector<uint8_t> discoveryFrame(const uint8_t dst[6], const uint8_t src[6],
 // in the auxiliary data. -1 on failure.
 int rawSocket(const char* ifName);
 bool rawSend(int fd, const std::vector<uint8_t>& frame);
+// The untagged discovery frames from `src` that arrive on raw socket `fd`
+// (not sent by it) until none has come for `idleMs`, each as received.
+std::vector<std::vector<uint8_t>> recvDiscoveryFrom(int fd, const uint8_t src[6], int idleMs = 700);
 
 // One frame through the platform's socket: its data, address and receive
 // record (hasInfo: the record came with it).

@@ -166,17 +166,7 @@ class OpconfTest : public ::testing::Test {
             CHECK_TRUE(c1 >= 0 && s2 >= 0);
             CHECK_TRUE(lt::rawSend(c1, lt::discoveryFrame(lt::BROADCAST, CLIENT, {})));
             std::string seen = "none";
-            for (;;) {
-                struct pollfd p = {s2, POLLIN, 0};
-                if (::poll(&p, 1, 700) <= 0) break;
-                uint8_t buf[2048];
-                struct sockaddr_ll from;
-                socklen_t len = sizeof(from);
-                ssize_t n = ::recvfrom(s2, buf, sizeof(buf), 0, reinterpret_cast<struct sockaddr*>(&from), &len);
-                if (n < 20 || from.sll_pkttype == PACKET_OUTGOING || std::memcmp(buf + 6, CLIENT, 6) != 0) continue;
-                if (buf[12] != 0x88 || buf[13] != 0x63) continue;
-                seen = circuitIdOf(buf, static_cast<size_t>(n));
-            }
+            for (const std::vector<uint8_t>& f : lt::recvDiscoveryFrom(s2, CLIENT)) seen = circuitIdOf(f.data(), f.size());
             std::ofstream(out) << seen;
         });
         EXPECT_TRUE(r.ok()) << r.failures;
