@@ -13,7 +13,6 @@
 #include <csignal>
 #include <cstring>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <pthread.h>
 #include <shared_mutex>
@@ -24,6 +23,7 @@
 #include "platform/linux/config.h"
 #include "platform/linux/hwrule.h"
 #include "platform/linux/internal.h"
+#include "platform/linux/nl_links.h"
 #include "platform/linux/opconf.h"
 #include "platform/linux/plat_log.h"
 #include "platform/linux/police.h"
@@ -33,8 +33,6 @@
 namespace linuxplat {
 
 namespace {
-
-constexpr size_t NL_BUF_LEN = 64 * 1024;
 
 std::once_flag gOnce;
 std::shared_mutex gTableMutex;
@@ -55,71 +53,14 @@ auto& gRuleName = *new std::map<uint32_t, std::string>;
 
 std::shared_mutex gTrapMutex;
 auto& gTrap = *new std::unordered_set<int32_t>;  // units whose software trap is on
+// Bumped (under gTrapMutex) whenever gTrap changes, as gTableGeneration is
+// for the table.
+std::atomic<uint64_t> gTrapGeneration{1};
 
 std::string& gHostName = *new std::string;
 
-struct NlClose {
-    void operator()(struct mnl_socket* nl) const { mnl_socket_close(nl); }
-};
-using NlSocket = std::unique_ptr<struct mnl_socket, NlClose>;
-
 // Never closed: the event thread reads it until the process ends.
 struct mnl_socket* gEvents = nullptr;
-std::atomic<uint32_t> gDumpSeq{1};
-
-// An rtnetlink socket joined to `groups`; null (errno set) on failure.
-NlSocket nlOpen(unsigned groups) {
-    NlSocket nl(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC));
-    if (!nl) return nl;
-    if (mnl_socket_bind(nl.get(), groups, MNL_SOCKET_AUTOPID) < 0) {
-        int e = errno;
-        nl.reset();
-        errno = e;
-    }
-    return nl;
-}
-
-// One dump of every link; its messages carry the request's sequence number
-// and the socket's port id, and libmnl takes only the kernel's.
-enum class Dump { Ok, Failed, Interrupted };
-Dump nlDumpOnce(std::map<int32_t, LinkInfo>& out) {
-    NlSocket nl = nlOpen(0);
-    if (!nl) return Dump::Failed;
-    uint32_t seq = gDumpSeq.fetch_add(1, std::memory_order_relaxed);
-    std::vector<uint8_t> req = rtnlDumpRequest(seq);
-    if (mnl_socket_sendto(nl.get(), req.data(), req.size()) < 0) return Dump::Failed;
-    uint32_t portid = mnl_socket_get_portid(nl.get());
-    std::vector<uint8_t> buf(NL_BUF_LEN);
-    for (;;) {
-        ssize_t n = mnl_socket_recvfrom(nl.get(), buf.data(), buf.size());
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return Dump::Failed;
-        NlWalk w = rtnlWalk(
-            buf.data(), static_cast<size_t>(n),
-            [&](LinkEvent ev, const LinkInfo& link) {
-                if (ev == LinkEvent::New) out[link.ifindex] = link;
-            },
-            seq, portid);
-        if (w.interrupted) return Dump::Interrupted;
-        if (w.malformed || w.error != 0) return Dump::Failed;
-        if (w.done) return Dump::Ok;
-    }
-}
-
-// Reads every link the kernel has. False when the dump failed. A dump the
-// kernel marks as interrupted (links changed while it ran) is read again.
-bool nlDump(std::map<int32_t, LinkInfo>& out) {
-    for (int attempt = 0; attempt < 5; attempt++) {
-        std::map<int32_t, LinkInfo> links;
-        Dump d = nlDumpOnce(links);
-        if (d == Dump::Ok) {
-            out = std::move(links);
-            return true;
-        }
-        if (d == Dump::Failed) return false;
-    }
-    return false;
-}
 
 // After a link is gone or renamed: its hardware rule follows the name.
 void protoFollowLink(const LinkChange& change, int32_t ifindex, const std::string& newName) {
@@ -137,6 +78,7 @@ void protoFollowLink(const LinkChange& change, int32_t ifindex, const std::strin
         }
         std::unique_lock<std::shared_mutex> trap(gTrapMutex);
         gTrap.erase(ifindex);
+        gTrapGeneration.fetch_add(1, std::memory_order_release);
         return;
     }
     if (change.renamed && rule != gRuleName.end() && rule->second != newName) {
@@ -154,7 +96,7 @@ void applyEvents(const std::vector<std::pair<LinkEvent, LinkInfo>>& events) {
         {
             std::unique_lock<std::shared_mutex> lock(gTableMutex);
             change = linkApply(gTable, ev, link);
-            gTableGeneration.fetch_add(1, std::memory_order_relaxed);
+            gTableGeneration.fetch_add(1, std::memory_order_release);
             const LinkInfo* now = gTable.find(link.ifindex);
             name = now != nullptr ? now->name : link.name;
         }
@@ -260,7 +202,7 @@ void start() {
     {
         std::unique_lock<std::shared_mutex> lock(gTableMutex);
         gTable.links = std::move(links);
-        gTableGeneration.fetch_add(1, std::memory_order_relaxed);
+        gTableGeneration.fetch_add(1, std::memory_order_release);
     }
     for (const auto& m : config().ports)
         if (ifdbUnitByName(m.first) == 0)
@@ -310,6 +252,37 @@ const LinkInfo* findLocked(uint32_t unit) {
 
 void putU32(void* dst, uint32_t v) { std::memcpy(dst, &v, sizeof(v)); }
 
+// What the frame path asks about the receiving port with every frame (its
+// type, name and position), computed from the table of one generation and
+// kept per thread, so that the answer costs no lock while the table stays
+// as it is.
+struct FrameAnswers {
+    uint32_t unit = 0;
+    uint64_t generation = 0;  // 0: never computed
+    bool found = false;
+    uint32_t type = 0;
+    char name[ZEL_IF_NAME_LEN] = {};
+    tZelPhyInfo phy{};
+};
+
+const FrameAnswers& frameAnswers(uint32_t unit) {
+    static thread_local FrameAnswers cache[8];
+    FrameAnswers& c = cache[unit % 8];
+    if (c.unit == unit && c.generation == gTableGeneration.load(std::memory_order_acquire)) return c;
+    std::shared_lock<std::shared_mutex> lock(gTableMutex);
+    c.unit = unit;
+    c.generation = gTableGeneration.load(std::memory_order_relaxed);
+    const LinkInfo* l = findLocked(unit);
+    c.found = l != nullptr;
+    if (l != nullptr) {
+        c.type = ifTypeNumber(*l, gTable.kindOf(*l));
+        std::memset(c.name, 0, sizeof(c.name));
+        std::memcpy(c.name, l->name.data(), std::min<size_t>(l->name.size(), ZEL_IF_NAME_LEN - 1));
+        gTable.phyInfo(*l, c.phy);
+    }
+    return c;
+}
+
 }  // namespace
 
 void ifdbStart() { std::call_once(gOnce, start); }
@@ -335,8 +308,18 @@ void ifdbServedCounts(size_t& served, size_t& trusted) {
 }
 
 bool ifdbTrapOn(int32_t ifindex) {
+    // Asked with every frame received, mostly about the port of the frame
+    // before: the last answer is kept per thread while the set is unchanged.
+    struct Cached {
+        int32_t ifindex = 0;
+        uint64_t generation = 0;
+        bool on = false;
+    };
+    static thread_local Cached c;
+    if (c.ifindex == ifindex && c.generation == gTrapGeneration.load(std::memory_order_acquire)) return c.on;
     std::shared_lock<std::shared_mutex> lock(gTrapMutex);
-    return gTrap.count(ifindex) != 0;
+    c = Cached{ifindex, gTrapGeneration.load(std::memory_order_relaxed), gTrap.count(ifindex) != 0};
+    return c.on;
 }
 
 bool ifdbMac(int32_t ifindex, uint8_t mac[6]) {
@@ -401,20 +384,19 @@ uint32_t zelIfGetNext(uint32_t unit, uint32_t* next) {
 
 uint32_t zelIfGetApi(uint32_t unit, uint32_t attr, void* value) {
     ifdbStart();
+    if (attr == ZEL_IF_ATTR_TYPE || attr == ZEL_IF_ATTR_NAME) {
+        const FrameAnswers& a = frameAnswers(unit);
+        if (!a.found) return static_cast<uint32_t>(ZEL_ERR_NOT_FOUND);
+        if (value == nullptr) return static_cast<uint32_t>(ZEL_ERR_NULL_POINTER);
+        if (attr == ZEL_IF_ATTR_TYPE) putU32(value, a.type);
+        else std::memcpy(value, a.name, sizeof(a.name));
+        return 0;
+    }
     std::shared_lock<std::shared_mutex> lock(gTableMutex);
     const LinkInfo* l = findLocked(unit);
     if (l == nullptr) return static_cast<uint32_t>(ZEL_ERR_NOT_FOUND);
     if (value == nullptr) return static_cast<uint32_t>(ZEL_ERR_NULL_POINTER);
     switch (attr) {
-        case ZEL_IF_ATTR_NAME: {
-            char name[ZEL_IF_NAME_LEN] = {};
-            std::memcpy(name, l->name.data(), std::min<size_t>(l->name.size(), ZEL_IF_NAME_LEN - 1));
-            std::memcpy(value, name, sizeof(name));
-            return 0;
-        }
-        case ZEL_IF_ATTR_TYPE:
-            putU32(value, ifTypeNumber(*l, gTable.kindOf(*l)));
-            return 0;
         case ZEL_IF_ATTR_FLAGS:
             putU32(value, gTable.flagsOf(*l));
             return 0;
@@ -456,6 +438,7 @@ uint32_t zelIfSetApi(uint32_t unit, uint32_t attr, void* value) {
         if (proto.protoId == ZEL_PROTO_PPPOEPLUS) {
             std::unique_lock<std::shared_mutex> trap(gTrapMutex);
             gTrap.erase(static_cast<int32_t>(unit));
+            gTrapGeneration.fetch_add(1, std::memory_order_release);
         }
         if (proto.protoId == ZEL_PROTO_PPPOEPLUS_HW && !dflt) return ruleRemove(unit);
         return 0;
@@ -475,6 +458,7 @@ uint32_t zelIfSetApi(uint32_t unit, uint32_t attr, void* value) {
             // (queued: they are written once the daemon gives its lock back).
             if (on && gTrap.insert(static_cast<int32_t>(unit)).second) opconfServed(unit);
             if (!on) gTrap.erase(static_cast<int32_t>(unit));
+            gTrapGeneration.fetch_add(1, std::memory_order_release);
         }
         policeSetUplink(unit, on && hwOffLocked(unit));
         return 0;
@@ -516,27 +500,11 @@ char* zelIfUnit2Name(uint32_t unit, char* buf, uint32_t limit) {
 
 uint32_t zelIndexTrans(uint32_t unit, uint32_t kind, void* out) {
     ifdbStart();
-    std::shared_lock<std::shared_mutex> lock(gTableMutex);
-    const LinkInfo* l = findLocked(unit);
-    if (l == nullptr) return static_cast<uint32_t>(ZEL_ERR_NOT_FOUND);
+    const FrameAnswers& a = frameAnswers(unit);
+    if (!a.found) return static_cast<uint32_t>(ZEL_ERR_NOT_FOUND);
     if (kind != ZEL_INDEX_TRANS_PHYINFO) return static_cast<uint32_t>(ZEL_ERR_UNSUPPORTED);
     if (out == nullptr) return static_cast<uint32_t>(ZEL_ERR_NULL_POINTER);
-    // The frame path asks for the receiving port's position with every
-    // frame: the answers of the current table are kept per thread.
-    struct Cached {
-        uint32_t unit = 0;
-        uint64_t generation = 0;
-        tZelPhyInfo phy;
-    };
-    static thread_local Cached cache[8];
-    Cached& c = cache[unit % 8];
-    const uint64_t generation = gTableGeneration.load(std::memory_order_relaxed);
-    if (c.generation != generation || c.unit != unit) {
-        gTable.phyInfo(*l, c.phy);
-        c.unit = unit;
-        c.generation = generation;
-    }
-    std::memcpy(out, &c.phy, sizeof(c.phy));
+    std::memcpy(out, &a.phy, sizeof(a.phy));
     return 0;
 }
 

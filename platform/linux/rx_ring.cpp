@@ -98,6 +98,7 @@ void RxRing::clearQueues() {
     free_.clear();
     for (uint32_t i = 0; i < slots_.size(); i++) free_.push_back(i);
     handed_ = NO_SLOT;
+    sincePull_ = 0;
 }
 
 struct tpacket_block_desc* RxRing::block(uint32_t i) const {
@@ -180,7 +181,10 @@ const struct tpacket3_hdr* RxRing::next() {
         free_.push_back(handed_);
         handed_ = NO_SLOT;
     }
-    pull();
+    if (turn_.empty() || ++sincePull_ >= PULL_EVERY) {
+        pull();
+        sincePull_ = 0;
+    }
     if (turn_.empty()) return nullptr;
     const int32_t port = turn_.front();
     turn_.pop_front();

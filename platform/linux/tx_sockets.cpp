@@ -7,9 +7,9 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <mutex>
 
 #include "platform/linux/internal.h"
 
@@ -17,6 +17,14 @@ namespace linuxplat {
 
 namespace {
 
+// Bumped by txSocketsCloseAll: a thread whose table is older closes its
+// sockets before its next send.
+std::atomic<uint64_t> gEpoch{0};
+
+// The send sockets of one thread. Each thread that sends has a table of its
+// own, so that a send takes no lock (a mutex taken and given back twice a
+// frame, once per uplink, was a twentieth of the frame's cost), and a
+// socket is only ever closed by the thread that sends on it.
 class TxSockets {
   public:
     // Enough for the uplinks of a switch; beyond, the least recently used
@@ -28,7 +36,11 @@ class TxSockets {
     // Sends `len` bytes of `frame` out of `ifindex`. The bytes sent, or -1
     // with errno set.
     ssize_t send(int32_t ifindex, const uint8_t* frame, size_t len) {
-        std::lock_guard<std::mutex> lock(mutex_);
+        const uint64_t epoch = gEpoch.load(std::memory_order_acquire);
+        if (epoch != epoch_) {
+            closeAll();
+            epoch_ = epoch;
+        }
         Entry* e = find(ifindex);
         if (e == nullptr && (e = open(ifindex)) == nullptr) return -1;
         ssize_t n = sendOn(e->fd, frame, len);
@@ -45,7 +57,6 @@ class TxSockets {
     }
 
     void closeAll() {
-        std::lock_guard<std::mutex> lock(mutex_);
         for (size_t i = 0; i < count_; i++) ::close(entries_[i].fd);
         count_ = 0;
     }
@@ -111,21 +122,22 @@ class TxSockets {
         return &entries_[count_++];
     }
 
-    std::mutex mutex_;
     std::array<Entry, MAX> entries_{};
     size_t count_ = 0;
     uint64_t clock_ = 0;
+    uint64_t epoch_ = 0;
 };
 
-TxSockets& txSockets() {
-    static TxSockets* t = new TxSockets;  // never destroyed: a late send from another thread finds it
-    return *t;
-}
+// Closed when its thread ends.
+thread_local TxSockets tTxSockets;
 
 }  // namespace
 
-ssize_t txSocketSend(int32_t ifindex, const uint8_t* frame, size_t len) { return txSockets().send(ifindex, frame, len); }
+ssize_t txSocketSend(int32_t ifindex, const uint8_t* frame, size_t len) { return tTxSockets.send(ifindex, frame, len); }
 
-void txSocketsCloseAll() { txSockets().closeAll(); }
+void txSocketsCloseAll() {
+    gEpoch.fetch_add(1, std::memory_order_release);
+    tTxSockets.closeAll();
+}
 
 }  // namespace linuxplat

@@ -22,7 +22,9 @@ namespace linuxplat {
 // Sends `len` bytes of `frame` out of `ifindex`: the bytes sent, or -1 with
 // errno set.
 ssize_t txSocketSend(int32_t ifindex, const uint8_t* frame, size_t len);
-// Closes every send socket (the packet socket closed; the next opens its own).
+// Closes every send socket (the packet socket closed; the next opens its
+// own): the calling thread's at once, each other thread's before its next
+// send or when it ends. Each thread sends on sockets of its own.
 void txSocketsCloseAll();
 
 }  // namespace linuxplat

@@ -11,7 +11,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <condition_variable>
 #include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <thread>
 #include <vector>
 
 #include "lt_frames.h"
@@ -339,6 +343,79 @@ TEST_F(PacketSocketTest, ChangesToASocketAreSeenByTheNextCall) {
         CHECK_EQ(46, g.len);
         CHECK_TRUE(g.hasInfo);
         CHECK_EQ(20, zel_sendmsg(again, &m, ZEL_MSG_PKTINFO));
+    });
+    EXPECT_TRUE(r.ok()) << r.failures;
+}
+
+// Descriptors the process has open.
+int openDescriptors() {
+    int n = 0;
+    for (const auto& e : std::filesystem::directory_iterator("/proc/self/fd")) {
+        (void)e;
+        n++;
+    }
+    return n;
+}
+
+// Each thread sends on sockets of its own; closing the packet socket closes
+// the closing thread's at once, another thread's at its next send (or when
+// it ends): none is left behind, and none is closed under a thread still
+// sending on it.
+TEST_F(PacketSocketTest, EveryThreadsSendSocketsCloseWithThePacketSocket) {
+    auto r = lt::runChild(ns_->name(), env(), [] {
+        uint32_t unit = if_nametoindex("a0");
+        int far = rawSocket("a1");
+        int32_t fd = openPacketSocket();
+        const int base = openDescriptors();
+        // A source of the test's own, so that the host's own frames out of
+        // a0 (IPv6 neighbour discovery) are not taken for the test's.
+        zel_pkt_txinfo tx{};
+        tx.flags = ZEL_TXINFO_SRC_MAC;
+        std::memcpy(tx.srcMac, CLIENT, 6);
+        const zel_pkt_txinfo* withSrc = &tx;
+        RawFrame got;
+        bool arrived = false;
+        sendAndCapture(fd, unit, far, withSrc, got, arrived);
+        CHECK_TRUE(arrived);
+        RawFrame theirs;
+        bool otherArrived = false;
+        int withBoth = 0;
+        std::mutex m;
+        std::condition_variable cv;
+        int step = 0;  // 1: the other thread has sent; 2: the packet socket was closed and reopened
+        int32_t again = -1;
+        std::thread other([&] {
+            sendAndCapture(fd, unit, far, withSrc, theirs, otherArrived);
+            withBoth = openDescriptors();
+            std::unique_lock<std::mutex> lock(m);
+            step = 1;
+            cv.notify_all();
+            cv.wait(lock, [&] { return step == 2; });
+            lock.unlock();
+            // Its socket of the closed packet socket goes before this send.
+            bool sentAgain = false;
+            sendAndCapture(again, unit, far, withSrc, theirs, sentAgain);
+            CHECK_TRUE(sentAgain);
+            CHECK_EQ(base + 1, openDescriptors());  // the new packet socket's one send socket
+        });
+        {
+            std::unique_lock<std::mutex> lock(m);
+            cv.wait(lock, [&] { return step == 1; });
+        }
+        CHECK_TRUE(otherArrived);
+        CHECK_EQ(base + 2, withBoth);  // one send socket per thread
+        CHECK_EQ(0, zel_close(fd));
+        CHECK_EQ(base, openDescriptors());  // the packet socket and this thread's send socket gone
+        again = openPacketSocket();
+        {
+            std::lock_guard<std::mutex> lock(m);
+            step = 2;
+        }
+        cv.notify_all();
+        other.join();
+        CHECK_EQ(base, openDescriptors());  // the thread's socket went with it
+        CHECK_EQ(0, zel_close(again));
+        CHECK_EQ(base - 1, openDescriptors());
     });
     EXPECT_TRUE(r.ok()) << r.failures;
 }

@@ -2,6 +2,7 @@
 // through the event socket reach a route socket as the platform's messages.
 #include <gtest/gtest.h>
 #include <net/if.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -135,8 +136,25 @@ TEST_F(RouteEventsTest, CreatedAndDeletedLinks) {
         CHECK_EQ(1u, phy.portNo);
         char name[64] = {};
         CHECK_EQ(std::string("r1"), std::string(zelIfUnit2Name(r1, name, sizeof(name))));
+        char attrName[ZEL_IF_NAME_LEN] = {};
+        CHECK_EQ(0u, zelIfGetApi(r1, ZEL_IF_ATTR_NAME, attrName));
+        CHECK_EQ(std::string("r1"), std::string(attrName));
 
-        CHECK_EQ(0, lt::sh("ip link del r1"));
+        // A rename is seen once the kernel's event is in, though the answers
+        // about the port were asked for (and kept) just before.
+        CHECK_EQ(0, lt::sh("ip link set r1 name r3"));
+        for (int i = 0; i < 200; i++) {
+            CHECK_EQ(0u, zelIfGetApi(r1, ZEL_IF_ATTR_NAME, attrName));
+            if (std::string(attrName) == "r3") break;
+            ::usleep(10000);
+        }
+        CHECK_EQ(std::string("r3"), std::string(attrName));
+        uint32_t type = 0;
+        CHECK_EQ(0u, zelIfGetApi(r1, ZEL_IF_ATTR_TYPE, &type));
+        CHECK_EQ(0u, zelIndexTrans(r1, ZEL_INDEX_TRANS_PHYINFO, &phy));
+        CHECK_EQ(ZEL_OND_ETH, phy.ondType);
+
+        CHECK_EQ(0, lt::sh("ip link del r3"));
         CHECK_TRUE(waitMsg(fd, [&](const auto& m) { return be16(m, 4) == DELLINK && be32(m, 28) == r1; }));
         CHECK_TRUE(zelIndexTrans(r1, ZEL_INDEX_TRANS_PHYINFO, &phy) != 0);
     });

@@ -23,6 +23,7 @@
 #include "platform/ifdb.h"
 #include "platform/linux/internal.h"
 #include "platform/linux/police.h"
+#include "platform/linux/rx_ring.h"
 #include "platform/socket.h"
 #include "platform/types.h"
 
@@ -251,6 +252,46 @@ TEST_F(RxRingTest, AQuietPortIsServedBetweenTheFramesOfAFlood) {
                 lt::childFail(__FILE__, __LINE__, "a frame of the quiet port came at read " + std::to_string(at));
                 break;
             }
+        CHECK_EQ(0, zel_close(fd));
+    });
+    EXPECT_TRUE(r.ok()) << r.failures;
+}
+
+// A frame of a quiet port that arrives while a flood is being read joins
+// the turn within a pull period: it waits behind at most that many frames
+// in the ring, then behind one frame of the flooding port.
+TEST_F(RxRingTest, AQuietFrameArrivingDuringAFloodWaitsAtMostOnePullPeriod) {
+    ASSERT_EQ(0, ns_->sh("ip link add b0 type veth peer name b1 && ip link set b0 up && ip link set b1 up"));
+    auto r = lt::runChild(ns_->name(), env("platform.announce = no\n"), [] {
+        uint32_t flooded = if_nametoindex("a0");
+        uint32_t quiet = if_nametoindex("b0");
+        CHECK_EQ(std::string(), linuxplat::policeSetRate(0, 0));
+        int32_t fd = openPacketSocket();
+        CHECK_TRUE(linuxplat::packetRingBytes(fd) > 0);
+        lt::trap(flooded, true);
+        lt::trap(quiet, true);
+        int floodFar = rawSocket("a1");
+        int quietFar = rawSocket("b1");
+        CHECK_TRUE(rawBurst(floodFar, 5000) >= 0);
+        ::usleep(100000);
+        // The first read takes the whole flood into its queue; a few more
+        // are read before the quiet port speaks.
+        constexpr uint32_t before = 10;
+        for (uint32_t i = 0; i < before; i++) CHECK_TRUE(platformRecv(fd, 300).len > 0);
+        const uint8_t client[6] = {0x02, 0xbb, 0x00, 0x00, 0x00, 0x02};
+        CHECK_TRUE(rawSend(quietFar, padi(client, {})));
+        ::usleep(100000);  // handed over by the ring's time-out at the latest
+        uint32_t reads = 0, quietAt = 0;
+        for (;;) {
+            Got g = platformRecv(fd, 300);
+            if (g.len < 0) break;
+            reads++;
+            if (g.addr.sll_ifindex == static_cast<int32_t>(quiet)) quietAt = reads;
+        }
+        CHECK_EQ(5000u - before + 1, reads);
+        CHECK_TRUE(quietAt > 0);
+        if (quietAt > linuxplat::RxRing::PULL_EVERY + 2)
+            lt::childFail(__FILE__, __LINE__, "the quiet frame came at read " + std::to_string(quietAt));
         CHECK_EQ(0, zel_close(fd));
     });
     EXPECT_TRUE(r.ok()) << r.failures;
