@@ -49,15 +49,16 @@ const std::vector<CommandInfo>& scalarCommands() {
         {PLAT_POLICE_RATE, "police-rate", "policeRate", ValueType::Number, true, true,
          "discovery frames a second each port may send, policed in the kernel (0 to 1000000; 0: off); the "
          "default of every port (uplinks: only their own)",
-         Owner::Platform},
+         Owner::Platform, 0, POLICE_RATE_MAX},
         {PLAT_POLICE_BURST, "police-burst", "policeBurst", ValueType::Number, true, true,
          "discovery frames a port may send back to back (1 to 1000000); the default of every port",
-         Owner::Platform},
+         Owner::Platform, POLICE_BURST_MIN, POLICE_BURST_MAX},
         {PLAT_ERRDISABLE_TIME, "errdisable-time", "errdisableTime", ValueType::Number, true, true,
          "seconds in a row over its discovery limit that error-disable a port (0 to 86400; 0: off)",
-         Owner::Platform},
+         Owner::Platform, 0, ERRDISABLE_TIME_MAX},
         {PLAT_ERRDISABLE_HOLD, "errdisable-hold", "errdisableHold", ValueType::Number, true, true,
-         "seconds an error-disabled port is not served (1 to 604800)", Owner::Platform},
+         "seconds an error-disabled port is not served (1 to 604800)", Owner::Platform, ERRDISABLE_HOLD_MIN,
+         ERRDISABLE_HOLD_MAX},
     };
     return t;
 }
@@ -99,9 +100,10 @@ const std::vector<CommandInfo>& ifCommands() {
         {PLAT_POLICE_RATE, "police-rate", "policeRate", ValueType::NumberOrDefault, true, true,
          "the interface's own discovery limit in frames a second (0 to 1000000; 0: off); default follows the "
          "global one",
-         Owner::Platform},
+         Owner::Platform, 0, POLICE_RATE_MAX},
         {PLAT_POLICE_BURST, "police-burst", "policeBurst", ValueType::NumberOrDefault, true, true,
-         "the interface's own discovery burst (1 to 1000000); default follows the global one", Owner::Platform},
+         "the interface's own discovery burst (1 to 1000000); default follows the global one", Owner::Platform,
+         POLICE_BURST_MIN, POLICE_BURST_MAX},
     };
     return t;
 }

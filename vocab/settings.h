@@ -38,6 +38,15 @@ constexpr uint32_t PLAT_POLICE_BURST = 102;
 constexpr uint32_t PLAT_ERRDISABLE_TIME = 103;
 constexpr uint32_t PLAT_ERRDISABLE_HOLD = 104;
 
+// Ranges of the platform's settings: the platform refuses a value outside
+// them, and the configuration check refuses the line.
+constexpr uint32_t POLICE_RATE_MAX = 1000000;  // 0: policing off
+constexpr uint32_t POLICE_BURST_MIN = 1;
+constexpr uint32_t POLICE_BURST_MAX = 1000000;
+constexpr uint32_t ERRDISABLE_TIME_MAX = 86400;  // 0: off
+constexpr uint32_t ERRDISABLE_HOLD_MIN = 1;
+constexpr uint32_t ERRDISABLE_HOLD_MAX = 7 * 86400;
+
 // Who keeps a setting: the agent (read and written through the management
 // entry points, by the command service) or the Linux platform (through the
 // control service).
@@ -52,6 +61,9 @@ struct CommandInfo {
     bool canSet;
     const char* help;
     Owner owner = Owner::Agent;
+    // A number's range (`default` aside).
+    uint32_t min = 0;
+    uint32_t max = UINT32_MAX;
 };
 
 // Global (scalar) commands, codes 1 to 18, and interface commands, codes 1 to

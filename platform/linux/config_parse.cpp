@@ -216,6 +216,10 @@ std::string opParse(const std::string& key, std::string_view value, OpSetting& o
     }
     vocab::ParsedWord w = vocab::parseValue(c->type, std::string(value));
     if (!w.ok) return std::string(c->name) + ": " + w.error;
+    const bool isDefault = c->type == vocab::ValueType::NumberOrDefault && w.value == vocab::VALUE_DEFAULT;
+    if (!isDefault && (w.value < c->min || w.value > c->max))
+        return std::string(c->name) + ": " + std::to_string(w.value) + " is out of range (" + std::to_string(c->min) +
+               " to " + std::to_string(c->max) + ")";
     op.word = w.value;
     return "";
 }

@@ -19,6 +19,8 @@
 #include <string>
 #include <vector>
 
+#include "vocab/settings.h"
+
 namespace linuxplat {
 
 // The per-port value that follows the global one.
@@ -27,16 +29,17 @@ constexpr uint32_t POLICE_FOLLOW = 0xFFFFFFFF;
 // Defaults: 100 discovery frames a second on each port, 1000 back to back.
 constexpr uint32_t POLICE_RATE_DEFAULT = 100;
 constexpr uint32_t POLICE_BURST_DEFAULT = 1000;
-// Ranges: rate 0 (policing off) to 1,000,000 pps; burst 1 to 1,000,000.
-constexpr uint32_t POLICE_RATE_MAX = 1000000;
-constexpr uint32_t POLICE_BURST_MIN = 1;
-constexpr uint32_t POLICE_BURST_MAX = 1000000;
+// Ranges (the vocabulary's): rate 0 (policing off) to 1,000,000 pps; burst
+// 1 to 1,000,000.
+using vocab::POLICE_BURST_MAX;
+using vocab::POLICE_BURST_MIN;
+using vocab::POLICE_RATE_MAX;
 // Error-disable: off (0) by default; at most a day over the limit; held
 // 300 s by default, 1 s to a week.
-constexpr uint32_t ERRDISABLE_TIME_MAX = 86400;
+using vocab::ERRDISABLE_HOLD_MAX;
+using vocab::ERRDISABLE_HOLD_MIN;
+using vocab::ERRDISABLE_TIME_MAX;
 constexpr uint32_t ERRDISABLE_HOLD_DEFAULT = 300;
-constexpr uint32_t ERRDISABLE_HOLD_MIN = 1;
-constexpr uint32_t ERRDISABLE_HOLD_MAX = 7 * 86400;
 
 // Registers the settings (police-rate, police-burst, errdisable-time,
 // errdisable-hold; the first two per interface too) and the control

@@ -298,6 +298,13 @@ TEST(ConfigOpLines, BadLinesAreErrorsWithTheirLineAndAreLeftOut) {
         {"if.eth/1.trust = on", "is no interface name or pattern"},
         {"if.eth\"1.trust = on", "is no interface name or pattern"},
         {"agent.vendor-id = 99999999999", "vendor-id: "},
+        // The platform's settings outside their ranges.
+        {"agent.police-rate = 1000001", "police-rate: 1000001 is out of range (0 to 1000000)"},
+        {"if.eth1.police-rate = 2000000", "police-rate: 2000000 is out of range (0 to 1000000)"},
+        {"agent.police-burst = 0", "police-burst: 0 is out of range (1 to 1000000)"},
+        {"if.eth1.police-burst = 0", "police-burst: 0 is out of range (1 to 1000000)"},
+        {"agent.errdisable-time = 86401", "errdisable-time: 86401 is out of range (0 to 86400)"},
+        {"agent.errdisable-hold = 0", "errdisable-hold: 0 is out of range (1 to 604800)"},
     };
     for (const Row& r : rows) {
         auto c = configParse(std::string("# one\n") + r.line + "\n", "f.conf");
@@ -306,6 +313,14 @@ TEST(ConfigOpLines, BadLinesAreErrorsWithTheirLineAndAreLeftOut) {
         EXPECT_NE(std::string::npos, c.errors[0].find("f.conf:2: ")) << c.errors[0];
         EXPECT_NE(std::string::npos, c.errors[0].find(r.says)) << r.line << " -> " << c.errors[0];
     }
+}
+
+TEST(ConfigOpLines, ThePlatformsSettingsTakeTheEndsOfTheirRanges) {
+    auto c = configParse("agent.police-rate = 0\nagent.police-burst = 1000000\nagent.errdisable-time = 86400\n"
+                         "agent.errdisable-hold = 1\nif.eth1.police-rate = default\nif.eth1.police-burst = 1\n",
+                         "f.conf");
+    EXPECT_TRUE(c.errors.empty()) << c.errors.front();
+    EXPECT_EQ(6u, c.ops.size());
 }
 
 TEST(ConfigOpLines, AFormatOfMoreThan255BytesIsRefused) {
