@@ -99,6 +99,20 @@ void RxRing::clearQueues() {
     for (uint32_t i = 0; i < slots_.size(); i++) free_.push_back(i);
     handed_ = NO_SLOT;
     sincePull_ = 0;
+    lastQueue_ = nullptr;
+}
+
+RxRing::Queue* RxRing::findQueue(int32_t port) {
+    if (lastQueue_ != nullptr && lastQueue_->first == port) return lastQueue_;
+    auto it = queues_.find(port);
+    if (it == queues_.end()) return nullptr;
+    lastQueue_ = &*it;
+    return lastQueue_;
+}
+
+void RxRing::eraseQueue(Queue* q) {
+    if (lastQueue_ == q) lastQueue_ = nullptr;
+    queues_.erase(q->first);
 }
 
 struct tpacket_block_desc* RxRing::block(uint32_t i) const {
@@ -139,18 +153,19 @@ uint32_t RxRing::takeSlot(int32_t port) {
     for (auto it = queues_.begin(); it != queues_.end(); ++it)
         if (longest == queues_.end() || it->second.size() > longest->second.size()) longest = it;
     if (longest == queues_.end()) return NO_SLOT;  // every slot handed out: cannot happen with QUEUE_MAX > 1
-    auto own = queues_.find(port);
-    if (own != queues_.end() && own->second.size() >= longest->second.size()) return NO_SLOT;
+    const Queue* own = findQueue(port);
+    if (own != nullptr && own->second.size() >= longest->second.size()) return NO_SLOT;
     uint32_t slot = longest->second.front();
     longest->second.pop_front();
     dropped_++;
     if (longest->second.empty()) {
+        Queue* gone = &*longest;
         for (auto t = turn_.begin(); t != turn_.end(); ++t)
-            if (*t == longest->first) {
+            if (*t == gone) {
                 turn_.erase(t);
                 break;
             }
-        queues_.erase(longest);
+        eraseQueue(gone);
     }
     return slot;
 }
@@ -169,9 +184,10 @@ void RxRing::pull() {
         // (nextInPlace checked that they lie within it).
         const auto* from = reinterpret_cast<const uint8_t*>(h);
         slots_[slot].assign(from, from + h->tp_mac + h->tp_snaplen);
-        std::deque<uint32_t>& q = queues_[port];
-        if (q.empty()) turn_.push_back(port);
-        q.push_back(slot);
+        Queue* q = findQueue(port);
+        if (q == nullptr) q = lastQueue_ = &*queues_.try_emplace(port).first;
+        if (q->second.empty()) turn_.push_back(q);
+        q->second.push_back(slot);
     }
 }
 
@@ -186,15 +202,21 @@ const struct tpacket3_hdr* RxRing::next() {
         sincePull_ = 0;
     }
     if (turn_.empty()) return nullptr;
-    const int32_t port = turn_.front();
+    Queue* q = turn_.front();
     turn_.pop_front();
-    auto it = queues_.find(port);
-    std::deque<uint32_t>& q = it->second;
-    handed_ = q.front();
-    q.pop_front();
-    if (!q.empty()) turn_.push_back(port);
-    else queues_.erase(it);
+    handed_ = q->second.front();
+    q->second.pop_front();
+    if (!q->second.empty()) turn_.push_back(q);
+    else eraseQueue(q);
+    prefetchNext();
     return reinterpret_cast<const struct tpacket3_hdr*>(slots_[handed_].data());
+}
+
+void RxRing::prefetchNext() const {
+    if (turn_.empty()) return;
+    const uint8_t* p = slots_[turn_.front()->second.front()].data();
+    // The record, the address and the start of the frame behind them.
+    for (size_t at = 0; at < PREFETCH_BYTES; at += 64) __builtin_prefetch(p + at);
 }
 
 const struct tpacket3_hdr* RxRing::nextInPlace() {

@@ -114,17 +114,33 @@ class RxRing {
     const struct tpacket3_hdr* nextInPlace();
     // Copies what the kernel has handed over into the ports' queues.
     void pull();
+    // While a flood lasts the queues are deep, and the frame handed out
+    // next was copied in thousands of frames ago: long out of the cache,
+    // where its first read cost more than anything else on the receive path.
+    // Its first lines are fetched while the daemon works on the frame
+    // handed out now.
+    void prefetchNext() const;
+    static constexpr size_t PREFETCH_BYTES = 192;
     void clearQueues();
     // A free slot; when none is left, the oldest frame of the longest queue
     // makes room, or NO_SLOT when that queue is `port`'s own (its newest
     // frame is then the one dropped).
     uint32_t takeSlot(int32_t port);
 
+    // A port's queue: its interface index and its slots in arrival order.
+    // Elements of the map keep their address until erased, so the turn and
+    // the last queue found hold them by address: no lookup per frame.
+    using Queue = std::unordered_map<int32_t, std::deque<uint32_t>>::value_type;
+    // The queue of `port`, or null; the last one found is kept.
+    Queue* findQueue(int32_t port);
+    void eraseQueue(Queue* q);
+
     static constexpr uint32_t NO_SLOT = UINT32_MAX;
     std::vector<std::vector<uint8_t>> slots_;  // copies of frames, reused
     std::vector<uint32_t> free_;               // slots not in use
     std::unordered_map<int32_t, std::deque<uint32_t>> queues_;  // by interface index, none empty
-    std::deque<int32_t> turn_;                 // ports with queued frames, in turn
+    std::deque<Queue*> turn_;                  // ports with queued frames, in turn
+    Queue* lastQueue_ = nullptr;               // the queue findQueue found last
     uint32_t handed_ = NO_SLOT;                // the slot next() returned last
     uint32_t sincePull_ = 0;                   // frames handed out since the blocks were looked at
     uint64_t dropped_ = 0;

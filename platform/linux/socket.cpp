@@ -23,6 +23,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cerrno>
 #include <cstring>
 #include <iterator>
@@ -435,29 +436,37 @@ int32_t zel_select(int32_t nfds, zel_fd_set* readSet, zel_fd_set* writeSet, zel_
     size_t count = 0;
     bool ringHasFrames[SMALL] = {};
     size_t ringsReady = 0;
-    for (int32_t fd = 0; fd < nfds; fd++) {
-        short events = 0;
-        if (readSet != nullptr && ZEL_FD_ISSET(fd, readSet)) events |= POLLIN;
-        if (writeSet != nullptr && ZEL_FD_ISSET(fd, writeSet)) events |= POLLOUT;
-        if (exceptSet != nullptr && ZEL_FD_ISSET(fd, exceptSet)) events |= POLLPRI;
-        if (events == 0) continue;
-        if (count == SMALL && fds == small) {
-            large.assign(small, small + SMALL);
-            fds = nullptr;
-        }
-        if (fds == small) {
-            // A packet socket whose ring holds frames is readable without asking the kernel.
-            if ((events & POLLIN) != 0) {
-                const SockInfo* info = lookupRef(fd);
-                if (info != nullptr && info->kind == SockKind::Packet && ringReady(*info)) {
-                    ringHasFrames[count] = true;
-                    ringsReady++;
-                }
+    // The descriptors in the sets, below nfds, in ascending order: a word of
+    // each set at a time, its set bits only.
+    for (int32_t word = 0; word * 32 < nfds; word++) {
+        uint32_t any = (readSet != nullptr ? readSet->bits[word] : 0) |
+                       (writeSet != nullptr ? writeSet->bits[word] : 0) |
+                       (exceptSet != nullptr ? exceptSet->bits[word] : 0);
+        if (nfds - word * 32 < 32) any &= (1u << (nfds - word * 32)) - 1;
+        for (; any != 0; any &= any - 1) {
+            const int32_t fd = word * 32 + std::countr_zero(any);
+            short events = 0;
+            if (readSet != nullptr && ZEL_FD_ISSET(fd, readSet)) events |= POLLIN;
+            if (writeSet != nullptr && ZEL_FD_ISSET(fd, writeSet)) events |= POLLOUT;
+            if (exceptSet != nullptr && ZEL_FD_ISSET(fd, exceptSet)) events |= POLLPRI;
+            if (count == SMALL && fds == small) {
+                large.assign(small, small + SMALL);
+                fds = nullptr;
             }
-            small[count++] = pollfd{fd, events, 0};
-        } else {
-            large.push_back(pollfd{fd, events, 0});
-            count++;
+            if (fds == small) {
+                // A packet socket whose ring holds frames is readable without asking the kernel.
+                if ((events & POLLIN) != 0) {
+                    const SockInfo* info = lookupRef(fd);
+                    if (info != nullptr && info->kind == SockKind::Packet && ringReady(*info)) {
+                        ringHasFrames[count] = true;
+                        ringsReady++;
+                    }
+                }
+                small[count++] = pollfd{fd, events, 0};
+            } else {
+                large.push_back(pollfd{fd, events, 0});
+                count++;
+            }
         }
     }
     if (fds == nullptr) {

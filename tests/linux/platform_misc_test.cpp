@@ -9,10 +9,12 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cstring>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "lt_netns.h"
 #include "platform/hwil.h"
@@ -20,6 +22,7 @@
 #include "platform/linux/hwil_linux.h"
 #include "platform/logging.h"
 #include "platform/os.h"
+#include "platform/socket.h"
 #include "platform/types.h"
 
 namespace {
@@ -327,6 +330,53 @@ TEST_F(ScalarsTest, FromTheConfigurationElseFromTheSystem) {
         CHECK_EQ(3, seen);  // lo, s1, s2
     });
     EXPECT_TRUE(r.ok()) << r.failures;
+}
+
+// The wait looks at every descriptor of its sets below nfds, in any word of
+// the sets, and at none at or above nfds.
+TEST(LinuxSelect, EveryDescriptorOfTheSetsBelowNfdsAndNoneAbove) {
+    // Pipes until a read end lies beyond the first word of the sets.
+    std::vector<std::array<int, 2>> pipes;
+    while (pipes.empty() || pipes.back()[0] < 40) {
+        std::array<int, 2> p{};
+        ASSERT_EQ(0, ::pipe(p.data()));
+        pipes.push_back(p);
+    }
+    const int first = pipes.front()[0];
+    const int high = pipes.back()[0];
+    ASSERT_LT(first, 32);
+    ASSERT_EQ(1, ::write(pipes.front()[1], "x", 1));
+    ASSERT_EQ(1, ::write(pipes.back()[1], "x", 1));
+
+    zel_fd_set readSet;
+    ZEL_FD_ZERO(&readSet);
+    ZEL_FD_SET(first, &readSet);
+    ZEL_FD_SET(high, &readSet);
+    zel_timeval none = {0, 0};
+    EXPECT_EQ(2, zel_select(high + 1, &readSet, nullptr, nullptr, &none));
+    EXPECT_TRUE(ZEL_FD_ISSET(first, &readSet));
+    EXPECT_TRUE(ZEL_FD_ISSET(high, &readSet));
+
+    // nfds = high leaves the high descriptor out, readable or not.
+    ZEL_FD_ZERO(&readSet);
+    ZEL_FD_SET(first, &readSet);
+    ZEL_FD_SET(high, &readSet);
+    EXPECT_EQ(1, zel_select(high, &readSet, nullptr, nullptr, &none));
+    EXPECT_TRUE(ZEL_FD_ISSET(first, &readSet));
+    EXPECT_FALSE(ZEL_FD_ISSET(high, &readSet));
+
+    // A write end in the write set only, past the first word.
+    zel_fd_set writeSet;
+    ZEL_FD_ZERO(&writeSet);
+    const int highWrite = pipes.back()[1];
+    ZEL_FD_SET(highWrite, &writeSet);
+    ZEL_FD_ZERO(&readSet);
+    EXPECT_EQ(1, zel_select(highWrite + 1, &readSet, &writeSet, nullptr, &none));
+    EXPECT_TRUE(ZEL_FD_ISSET(highWrite, &writeSet));
+    for (const auto& p : pipes) {
+        ::close(p[0]);
+        ::close(p[1]);
+    }
 }
 
 }  // namespace
