@@ -215,6 +215,29 @@ TEST_F(RxRingTest, ABurstTricklingInIsHeldWholeToo) {
     EXPECT_TRUE(r.ok()) << r.failures;
 }
 
+// In the child: a packet socket with its ring and two served ports,
+// unpoliced (the receive path's fairness is what is measured): a0 is to
+// flood, b0 to stay quiet; and raw sockets on their far ends.
+struct FloodAndQuiet {
+    uint32_t flooded;
+    uint32_t quiet;
+    int32_t fd;
+    int floodFar;
+    int quietFar;
+};
+
+FloodAndQuiet floodAndQuiet() {
+    FloodAndQuiet p{if_nametoindex("a0"), if_nametoindex("b0"), -1, -1, -1};
+    CHECK_EQ(std::string(), linuxplat::policeSetRate(0, 0));
+    p.fd = openPacketSocket();
+    CHECK_TRUE(linuxplat::packetRingBytes(p.fd) > 0);
+    lt::trap(p.flooded, true);
+    lt::trap(p.quiet, true);
+    p.floodFar = rawSocket("a1");
+    p.quietFar = rawSocket("b1");
+    return p;
+}
+
 // A port flooding the socket does not starve the others: with 5,000 frames
 // of one port waiting in the ring, 8 frames that another port received
 // after them are handed over within the first 32 reads (one port at a time,
@@ -222,16 +245,10 @@ TEST_F(RxRingTest, ABurstTricklingInIsHeldWholeToo) {
 TEST_F(RxRingTest, AQuietPortIsServedBetweenTheFramesOfAFlood) {
     ASSERT_EQ(0, ns_->sh("ip link add b0 type veth peer name b1 && ip link set b0 up && ip link set b1 up"));
     auto r = lt::runChild(ns_->name(), env("platform.announce = no\n"), [] {
-        uint32_t flooded = if_nametoindex("a0");
-        uint32_t quiet = if_nametoindex("b0");
-        // The receive path's fairness is what is measured: no policing.
-        CHECK_EQ(std::string(), linuxplat::policeSetRate(0, 0));
-        int32_t fd = openPacketSocket();
-        CHECK_TRUE(linuxplat::packetRingBytes(fd) > 0);
-        lt::trap(flooded, true);
-        lt::trap(quiet, true);
-        int floodFar = rawSocket("a1");
-        int quietFar = rawSocket("b1");
+        const FloodAndQuiet p = floodAndQuiet();
+        const uint32_t flooded = p.flooded, quiet = p.quiet;
+        const int32_t fd = p.fd;
+        const int floodFar = p.floodFar, quietFar = p.quietFar;
         CHECK_TRUE(rawBurst(floodFar, 5000) >= 0);
         const uint8_t client[6] = {0x02, 0xbb, 0x00, 0x00, 0x00, 0x01};
         for (int i = 0; i < 8; i++) CHECK_TRUE(rawSend(quietFar, padi(client, {})));
@@ -263,23 +280,17 @@ TEST_F(RxRingTest, AQuietPortIsServedBetweenTheFramesOfAFlood) {
 TEST_F(RxRingTest, AQuietFrameArrivingDuringAFloodWaitsAtMostOnePullPeriod) {
     ASSERT_EQ(0, ns_->sh("ip link add b0 type veth peer name b1 && ip link set b0 up && ip link set b1 up"));
     auto r = lt::runChild(ns_->name(), env("platform.announce = no\n"), [] {
-        uint32_t flooded = if_nametoindex("a0");
-        uint32_t quiet = if_nametoindex("b0");
-        CHECK_EQ(std::string(), linuxplat::policeSetRate(0, 0));
-        int32_t fd = openPacketSocket();
-        CHECK_TRUE(linuxplat::packetRingBytes(fd) > 0);
-        lt::trap(flooded, true);
-        lt::trap(quiet, true);
-        int floodFar = rawSocket("a1");
-        int quietFar = rawSocket("b1");
-        CHECK_TRUE(rawBurst(floodFar, 5000) >= 0);
+        const FloodAndQuiet p = floodAndQuiet();
+        const uint32_t quiet = p.quiet;
+        const int32_t fd = p.fd;
+        CHECK_TRUE(rawBurst(p.floodFar, 5000) >= 0);
         ::usleep(100000);
         // The first read takes the whole flood into its queue; a few more
         // are read before the quiet port speaks.
         constexpr uint32_t before = 10;
         for (uint32_t i = 0; i < before; i++) CHECK_TRUE(platformRecv(fd, 300).len > 0);
         const uint8_t client[6] = {0x02, 0xbb, 0x00, 0x00, 0x00, 0x02};
-        CHECK_TRUE(rawSend(quietFar, padi(client, {})));
+        CHECK_TRUE(rawSend(p.quietFar, padi(client, {})));
         ::usleep(100000);  // handed over by the ring's time-out at the latest
         uint32_t reads = 0, quietAt = 0;
         for (;;) {

@@ -148,15 +148,16 @@ TEST(SoakTest, StormWhileEverythingChanges) {
     lt::FarCounter far(lab.ns().name(), {"s1", "s2"}, lab.root());
     ASSERT_TRUE(far.start());
 
-    // Warm-up, then the baseline of descriptors and memory.
-    ASSERT_GT(lt::sendPadis(lab.ns().name(), "g1", prefixA, 2000, 2, 3), 0);
-    int64_t sentA = 0, sentB = 0;
-    {
-        // The warm-up frames count too: read what the client port holds.
+    // Warm-up, then the baseline of descriptors and memory. The warm-up
+    // frames count too, once the agent has read them all: the last of them
+    // may still wait in a block of the receive ring (handed over by its
+    // time-out) when the sender is done.
+    int64_t sentA = lt::sendPadis(lab.ns().name(), "g1", prefixA, 2000, 2, 3), sentB = 0;
+    ASSERT_GT(sentA, 0);
+    ASSERT_TRUE(lt::eventually([&] {
         lt::LabCounters w;
-        ASSERT_TRUE(lab.counters(c1, w));
-        sentA = w.padiRcv + w.errorRcv;
-    }
+        return lab.counters(c1, w) && w.padiRcv + w.errorRcv == static_cast<uint64_t>(sentA);
+    })) << "the agent did not receive the " << sentA << " warm-up frames";
     const size_t fdsBefore = lab.settledFds();
     const size_t rssBefore = lab.rssKb();
 
