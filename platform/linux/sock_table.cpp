@@ -74,6 +74,13 @@ bool lookup(int fd, SockInfo& out) {
     return true;
 }
 
+// True when the ring of a packet socket has a frame to read now.
+bool ringReady(const SockInfo& info) {
+    if (!info.ring) return false;
+    std::lock_guard<std::mutex> lock(info.ring->mutex);
+    return info.ring->ring.ready();
+}
+
 size_t packetRingBytes(int fd) {
     SockInfo info;
     if (!lookup(fd, info) || !info.ring) return 0;

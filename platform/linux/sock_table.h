@@ -50,4 +50,7 @@ const SockInfo* lookupRef(int fd);
 // A copy of the record of `fd`; false when the platform did not open it.
 bool lookup(int fd, SockInfo& out);
 
+// True when the ring of a packet socket has a frame to read now.
+bool ringReady(const SockInfo& info);
+
 }  // namespace linuxplat
