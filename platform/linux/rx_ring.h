@@ -11,9 +11,10 @@
 // out one port at a time, in turn. A frame of a quiet port waits behind at
 // most PULL_EVERY frames and then one frame of each busy port, instead of
 // behind a whole flood; when the queues are full, the longest one (the flooding
-// port's) loses its oldest frame, not the quiet port; and the blocks go back
-// to the kernel at once, so that the ring does not overflow and drop every
-// port's frames alike while the reader is busy with the flood.
+// port's) loses its oldest frame, not the quiet port; and each block goes
+// back to the kernel as soon as a pull has read it, so that the ring does
+// not overflow and drop every port's frames alike while the reader is busy
+// with the flood.
 //
 // Not thread-safe: the owner serialises the calls.
 #pragma once
