@@ -24,6 +24,7 @@
 #include <mutex>
 #include <vector>
 
+#include "bench/packet_sockets.h"
 #include "platform/linux/pkt.h"
 
 namespace {
@@ -48,27 +49,19 @@ int main(int argc, char** argv) {
         uplinks.push_back(idx);
     }
 
-    int fd = ::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
+    int fd = bench::discoverySocket();
     if (fd < 0) {
         std::perror("baseline_fwd: socket");
         return 1;
     }
-    std::vector<struct sock_filter> prog = linuxplat::pktFilterProgram();
-    struct sock_fprog fprog = {static_cast<unsigned short>(prog.size()), prog.data()};
     int one = 1;
     int rcvbuf = 1 << 20;
-    if (::setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &fprog, sizeof(fprog)) != 0 ||
-        ::setsockopt(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, &one, sizeof(one)) != 0 ||
-        ::setsockopt(fd, SOL_PACKET, PACKET_AUXDATA, &one, sizeof(one)) != 0 ||
+    if (::setsockopt(fd, SOL_PACKET, PACKET_AUXDATA, &one, sizeof(one)) != 0 ||
         ::setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &rcvbuf, sizeof(rcvbuf)) != 0) {
         std::perror("baseline_fwd: setsockopt");
         return 1;
     }
-    struct sockaddr_ll bindAddr;
-    std::memset(&bindAddr, 0, sizeof(bindAddr));
-    bindAddr.sll_family = AF_PACKET;
-    bindAddr.sll_protocol = htons(ETH_P_ALL);
-    if (::bind(fd, reinterpret_cast<struct sockaddr*>(&bindAddr), sizeof(bindAddr)) != 0) {
+    if (!bench::bindAll(fd)) {
         std::perror("baseline_fwd: bind");
         return 1;
     }

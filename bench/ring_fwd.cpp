@@ -25,6 +25,7 @@
 #include <cstring>
 #include <vector>
 
+#include "bench/packet_sockets.h"
 #include "platform/linux/pkt.h"
 #include "platform/linux/rx_ring.h"
 
@@ -43,20 +44,6 @@ constexpr size_t OUT_MAX = 1536;
 constexpr std::array<uint8_t, 32> TAG = {0x01, 0x05, 0x00, 0x1c, 0x00, 0x00, 0x0d, 0xe9, 0x01, 0x0a, 'e',
                                          't',  'h',  ' ',  '0',  '/',  '0',  '/',  '1',  '0',  0x02, 0x0a,
                                          'r',  'i',  'n',  'g',  '-',  'f',  'w',  'd',  '0',  '1'};
-
-int uplinkSocket(int ifindex) {
-    int fd = ::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);  // protocol 0: receives nothing
-    if (fd < 0) return -1;
-    struct sockaddr_ll a;
-    std::memset(&a, 0, sizeof(a));
-    a.sll_family = AF_PACKET;
-    a.sll_ifindex = ifindex;
-    if (::bind(fd, reinterpret_cast<struct sockaddr*>(&a), sizeof(a)) != 0) {
-        ::close(fd);
-        return -1;
-    }
-    return fd;
-}
 
 // Writes the frame `in` (Ethernet header on) with the kernel's VLAN tag, if
 // any, back in place and TAG added to the PPPoE payload into `out`. Returns
@@ -102,7 +89,7 @@ int main(int argc, char** argv) {
     std::vector<int> upIndex, upFd;
     for (int i = 1; i < argc; i++) {
         int idx = static_cast<int>(if_nametoindex(argv[i]));
-        int fd = idx > 0 ? uplinkSocket(idx) : -1;
+        int fd = idx > 0 ? bench::boundSendSocket(idx) : -1;
         if (fd < 0) {
             std::fprintf(stderr, "ring_fwd: no uplink %s\n", argv[i]);
             return 1;
@@ -111,24 +98,12 @@ int main(int argc, char** argv) {
         upFd.push_back(fd);
     }
 
-    int fd = ::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
+    int fd = bench::discoverySocket();
     if (fd < 0) {
         std::perror("ring_fwd: socket");
         return 1;
     }
-    std::vector<struct sock_filter> prog = linuxplat::pktFilterProgram();
-    struct sock_fprog fprog = {static_cast<unsigned short>(prog.size()), prog.data()};
-    int one = 1;
-    if (::setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &fprog, sizeof(fprog)) != 0 ||
-        ::setsockopt(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, &one, sizeof(one)) != 0) {
-        std::perror("ring_fwd: setsockopt");
-        return 1;
-    }
-    struct sockaddr_ll bindAddr;
-    std::memset(&bindAddr, 0, sizeof(bindAddr));
-    bindAddr.sll_family = AF_PACKET;
-    bindAddr.sll_protocol = htons(ETH_P_ALL);
-    if (::bind(fd, reinterpret_cast<struct sockaddr*>(&bindAddr), sizeof(bindAddr)) != 0) {
+    if (!bench::bindAll(fd)) {
         std::perror("ring_fwd: bind");
         return 1;
     }

@@ -34,6 +34,8 @@
 #include <string>
 #include <thread>
 
+#include "bench/packet_sockets.h"
+
 namespace {
 
 double cpuNow() {
@@ -46,16 +48,9 @@ enum class Way { Address, Bound, Syscall, Bypass, Sendmmsg };
 constexpr std::array<const char*, 5> WAY_NAMES = {"address", "bound", "syscall", "bypass", "sendmmsg"};
 
 int openSocket(Way way, int ifindex) {
-    int fd = ::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
-    if (fd < 0 || way == Way::Address) return fd;
-    struct sockaddr_ll a;
-    std::memset(&a, 0, sizeof(a));
-    a.sll_family = AF_PACKET;
-    a.sll_ifindex = ifindex;
-    if (::bind(fd, reinterpret_cast<struct sockaddr*>(&a), sizeof(a)) != 0) {
-        ::close(fd);
-        return -1;
-    }
+    if (way == Way::Address) return ::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
+    int fd = bench::boundSendSocket(ifindex);
+    if (fd < 0) return -1;
     int one = 1;
     if (way == Way::Bypass) (void)::setsockopt(fd, SOL_PACKET, PACKET_QDISC_BYPASS, &one, sizeof(one));
     return fd;

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "lab.h"
+#include "lab_test.h"
 
 namespace {
 
@@ -33,6 +34,16 @@ std::string readFile(const std::string& path) {
     std::stringstream s;
     s << in.rdbuf();
     return s.str();
+}
+
+// `text` with the first `from` in it made `to`; a `from` not there fails the test.
+void replaceOnce(std::string& text, const std::string& from, const std::string& to) {
+    const size_t at = text.find(from);
+    if (at == std::string::npos) {
+        ADD_FAILURE() << "'" << from << "' is not in:\n" << text;
+        return;
+    }
+    text.replace(at, from.size(), to);
 }
 
 void writeFile(const std::string& path, const std::string& text) {
@@ -54,34 +65,8 @@ std::map<std::string, long> counters(const std::string& text) {
     return out;
 }
 
-class ConfigSystemTest : public ::testing::Test {
+class ConfigSystemTest : public st::LabTest {
   protected:
-    void TearDown() override {
-        if (HasFailure() && lab_) {
-            std::string log = lab_->daemonLog();
-            if (log.size() > 6000) log = "..." + log.substr(log.size() - 6000);
-            std::cerr << "---- pppoeplusd log ----\n" << log << "------------------------\n";
-        }
-        lab_.reset();
-    }
-
-    Lab& up(const Lab::Options& o) {
-        lab_ = std::make_unique<Lab>();
-        upOk_ = lab_->up(o);
-        return *lab_;
-    }
-
-    // pppoeplusctl, which must succeed; its standard output.
-    std::string ctl(const std::vector<std::string>& args) {
-        Result r = lab_->ctl(args);
-        if (r.status != 0) {
-            std::string line;
-            for (const std::string& a : args) line += " " + a;
-            ADD_FAILURE() << "pppoeplusctl" << line << ": " << r.all();
-        }
-        return r.out;
-    }
-
     // Waits until `pppoeplusctl args` prints `expected` (the configuration is
     // applied by the daemon's own thread, a moment after an event).
     bool waitCtl(const std::vector<std::string>& args, const std::string& expected, int ms = 10000) {
@@ -108,12 +93,7 @@ class ConfigSystemTest : public ::testing::Test {
         EXPECT_EQ(0, client.status) << client.all();
         const std::string c0 = Lab::macOf("c0");
         cap.waitFor([&](const std::vector<Frame>&) { return cap.received(c0).size() >= 2; });
-        std::vector<Frame> frames = cap.received(c0);
-        const std::string pcap = lab_->runtimeDir() + "/capture-" + std::to_string(pcaps_++) + ".pcap";
-        cap.writePcap(pcap, frames);
-        std::string error;
-        std::vector<Decoded> d = st::tsharkDecode(pcap, error);
-        EXPECT_EQ("", error);
+        std::vector<Decoded> d = tshark(cap, cap.received(c0));
         for (const Decoded& f : d)
             if (f.code == "0x09") {
                 EXPECT_EQ("3561", f.vendorId);
@@ -122,15 +102,7 @@ class ConfigSystemTest : public ::testing::Test {
         ADD_FAILURE() << "the server received no PADI from " << c0;
         return "";
     }
-
-    std::unique_ptr<Lab> lab_;
-    bool upOk_ = false;
-    int pcaps_ = 0;
 };
-
-#define LAB_UP(options)     \
-    Lab& lab = up(options); \
-    ASSERT_TRUE(upOk_) << lab.why();
 
 // ---- saved and restarted -------------------------------------------------------------------------
 
@@ -297,8 +269,8 @@ TEST_F(ConfigSystemTest, ABrokenFileChangesNothingOnSighupNorOnConfigReload) {
     // policy that does not exist: none of it may be applied.
     const std::string good = readFile(lab.confPath());
     std::string broken = good;
-    broken.replace(broken.find("'first %portname'"), std::string("'first %portname'").size(), "'second %portname'");
-    broken.replace(broken.find("if.p2.trust = on"), std::string("if.p2.trust = on").size(), "if.p2.trust = off");
+    replaceOnce(broken, "'first %portname'", "'second %portname'");
+    replaceOnce(broken, "if.p2.trust = on", "if.p2.trust = off");
     broken += "if.p1.policy = sideways\n";
     ASSERT_EQ(8, std::count(good.begin(), good.end(), '\n')) << good;
     writeFile(lab.confPath(), broken);
@@ -344,7 +316,7 @@ TEST_F(ConfigSystemTest, AReloadThatChangesAFormatChangesTheNextPadiAndLeavesThe
     ASSERT_EQ(2, p2.at("total-send"));
 
     std::string text = readFile(lab.confPath());
-    text.replace(text.find("'before %portname'"), std::string("'before %portname'").size(), "'after %portname'");
+    replaceOnce(text, "'before %portname'", "'after %portname'");
     writeFile(lab.confPath(), text);
     Result reload = lab.ctl({"config", "reload"});
     ASSERT_EQ(0, reload.status) << reload.all();

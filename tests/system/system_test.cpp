@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "lab.h"
+#include "lab_test.h"
 
 namespace {
 
@@ -77,34 +78,8 @@ st::Lab::Options ponLab(const std::string& device, const std::string& place) {
     return o;
 }
 
-class SystemTest : public ::testing::Test {
+class SystemTest : public st::LabTest {
   protected:
-    void TearDown() override {
-        if (HasFailure() && lab_) {
-            std::string log = lab_->daemonLog();
-            if (log.size() > 6000) log = "..." + log.substr(log.size() - 6000);
-            std::cerr << "---- pppoeplusd log ----\n" << log << "------------------------\n";
-        }
-        lab_.reset();  // namespaces, daemon and peers go, whatever happened
-    }
-
-    Lab& up(const Lab::Options& o = Lab::Options()) {
-        lab_ = std::make_unique<Lab>();
-        upOk_ = lab_->up(o);
-        return *lab_;
-    }
-
-    // pppoeplusctl, which must succeed; its standard output.
-    std::string ctl(const std::vector<std::string>& args) {
-        Result r = lab_->ctl(args);
-        if (r.status != 0) {
-            std::string line;
-            for (const std::string& a : args) line += " " + a;
-            ADD_FAILURE() << "pppoeplusctl" << line << ": " << r.all();
-        }
-        return r.out;
-    }
-
     // Crafted frames from a client-side interface.
     void craft(const std::string& iface, const std::vector<std::string>& frames) {
         Result r = lab_->craft(iface, frames);
@@ -115,11 +90,7 @@ class SystemTest : public ::testing::Test {
     std::vector<Decoded> decode(Capture& cap, const std::string& src, std::vector<Frame>* raw = nullptr) {
         std::vector<Frame> frames = cap.received(src);
         if (raw != nullptr) *raw = frames;
-        std::string pcap = lab_->runtimeDir() + "/capture-" + std::to_string(pcaps_++) + ".pcap";
-        cap.writePcap(pcap, frames);
-        std::string error;
-        std::vector<Decoded> d = st::tsharkDecode(pcap, error);
-        EXPECT_EQ("", error);
+        std::vector<Decoded> d = tshark(cap, frames);
         EXPECT_EQ(frames.size(), d.size());
         return d;
     }
@@ -129,15 +100,7 @@ class SystemTest : public ::testing::Test {
         return cap.waitFor(
             [&](const std::vector<Frame>&) { return cap.received(src).size() >= count; }, ms);
     }
-
-    std::unique_ptr<Lab> lab_;
-    bool upOk_ = false;
-    int pcaps_ = 0;
 };
-
-#define LAB_UP(options)                                   \
-    Lab& lab = up(options);                               \
-    ASSERT_TRUE(upOk_) << lab.why();
 
 // ---- default formats -----------------------------------------------------------------------------
 
