@@ -7,7 +7,13 @@
 // socket bound to that uplink. Send errors are only counted. No locks, no
 // per-port state, no counters per uplink.
 //
-//   ring_fwd UPLINK [UPLINK...]
+// With --each it sends every frame with a call of its own, uplink after
+// uplink, and looks at each call's result as it returns: the fastest a
+// forwarder can be that must know, when a send returns, whether that frame
+// went out (as the agent does, which counts every send and every failure
+// on its uplink at the call).
+//
+//   ring_fwd [--each] UPLINK [UPLINK...]
 //
 // Runs until SIGINT or SIGTERM, then prints: received=N sent=M errors=E
 #include <arpa/inet.h>
@@ -82,12 +88,14 @@ size_t rebuild(const uint8_t* in, size_t len, const linuxplat::AuxTag& aux, uint
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2) {
-        std::fprintf(stderr, "usage: ring_fwd UPLINK [UPLINK...]\n");
+    const bool each = argc > 1 && std::strcmp(argv[1], "--each") == 0;
+    const int first = each ? 2 : 1;
+    if (argc <= first) {
+        std::fprintf(stderr, "usage: ring_fwd [--each] UPLINK [UPLINK...]\n");
         return 2;
     }
     std::vector<int> upIndex, upFd;
-    for (int i = 1; i < argc; i++) {
+    for (int i = first; i < argc; i++) {
         int idx = static_cast<int>(if_nametoindex(argv[i]));
         int fd = idx > 0 ? bench::boundSendSocket(idx) : -1;
         if (fd < 0) {
@@ -154,6 +162,18 @@ int main(int argc, char** argv) {
             msgs[n].msg_hdr.msg_iov = &iov[n];
             msgs[n].msg_hdr.msg_iovlen = 1;
             n++;
+        }
+        if (each) {  // frame after frame, to every uplink in turn, each result taken at once
+            for (size_t i = 0; i < n; i++) {
+                for (int up : upFd) {
+                    if (::send(up, iov[i].iov_base, iov[i].iov_len, MSG_DONTWAIT) < 0) {
+                        errors++;
+                    } else {
+                        sent++;
+                    }
+                }
+            }
+            continue;
         }
         for (int up : upFd) {
             size_t done = 0;
